@@ -1,0 +1,39 @@
+# DCMTK and OpenJPEG from the distribution's -dev packages, linked by library name:
+# Debian's DCMTKConfig.cmake exports targets that drag in optional components.
+find_path(DCMTK_INCLUDE_DIR dcmtk/dcmdata/dctk.h REQUIRED)
+find_library(DCMTK_DCMDATA dcmdata REQUIRED)
+add_library(kq_dcmtk INTERFACE)
+target_include_directories(kq_dcmtk SYSTEM INTERFACE ${DCMTK_INCLUDE_DIR})
+target_link_libraries(kq_dcmtk INTERFACE dcmdata oflog ofstd)
+
+add_library(kq_dcmtk_codecs INTERFACE)
+target_link_libraries(kq_dcmtk_codecs INTERFACE kq_dcmtk dcmjpeg dcmjpls ijg8 ijg12 ijg16 dcmimage dcmimgle)
+
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(OPENJPEG REQUIRED IMPORTED_TARGET libopenjp2)
+
+find_package(GTest REQUIRED)
+find_package(Threads REQUIRED)
+
+# Adds a GoogleTest executable registered with CTest.
+function(kq_add_test name)
+  add_executable(${name} ${ARGN})
+  target_link_libraries(${name} PRIVATE kq_fixtures GTest::gtest Threads::Threads)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
+    PROPERTIES ENVIRONMENT "KQ_BIN_DIR=${CMAKE_BINARY_DIR}/bin")
+endfunction()
+
+# A folder's library from the sources in it; a folder still without sources gives an
+# interface library so that its dependants configure.
+function(kq_add_library name)
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  if(sources)
+    add_library(${name} STATIC ${sources})
+    target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
+    target_link_libraries(${name} PUBLIC ${ARGN})
+  else()
+    add_library(${name} INTERFACE)
+    target_include_directories(${name} INTERFACE ${CMAKE_CURRENT_SOURCE_DIR})
+    target_link_libraries(${name} INTERFACE ${ARGN})
+  endif()
+endfunction()
