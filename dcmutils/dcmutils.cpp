@@ -181,9 +181,10 @@ void copyElementToItem(DcmElement* e, DcmItem* item, bool replaceOld)
         passSequenceElement(OFstatic_cast(DcmSequenceOfItems*, e), item);
         return;
     }
-    const DcmTag& tag = e->getTag();
+    // The tag carries the private creator and the VR the element was read or made with, so
+    // private elements unknown to the dictionary keep their representation.
     DcmElement* copy = NULL;
-    if (DcmItem::newDicomElement(copy, tag, tag.getPrivateCreator()).bad() || copy == NULL)
+    if (DcmItem::newDicomElementWithVR(copy, e->getTag()).bad() || copy == NULL)
         return;
     char* value = NULL;
     e->getString(value);
