@@ -1,0 +1,95 @@
+// Helpers shared by the private tag tests: building private elements and watching the log.
+#ifndef KQTESTSUPPORT_H
+#define KQTESTSUPPORT_H
+
+#include "KQItem.h"
+#include "KQLog.h"
+
+#include "dcmtk/dcmdata/dcitem.h"
+
+#include <string>
+#include <vector>
+
+namespace kqtest {
+
+// Collects the private tag layer's log messages while alive.
+class LogCapture
+{
+public:
+    LogCapture()
+    {
+        messages().clear();
+        m_previous = KQLog::setObserver(&LogCapture::record);
+    }
+    ~LogCapture() { KQLog::setObserver(m_previous); }
+    const std::vector<std::string>& lines() const { return messages(); }
+    bool contains(const std::string& text) const
+    {
+        for (const std::string& line : messages())
+            if (line == text)
+                return true;
+        return false;
+    }
+
+private:
+    static std::vector<std::string>& messages()
+    {
+        static std::vector<std::string> collected;
+        return collected;
+    }
+    static void record(const char* text) { messages().push_back(text); }
+    KQLog::Observer m_previous;
+};
+
+inline DcmTagKey f215(Uint16 element)
+{
+    return DcmTagKey(KQ_PRIVATE_GROUP, element);
+}
+
+// Puts a creator string into slot (F215,00<block>).
+inline void putCreator(DcmItem& item, Uint16 block, const char* creator)
+{
+    item.putAndInsertString(DcmTag(f215(block), DcmVR(EVR_LO)), creator);
+}
+
+// Puts a string element of group F215 with an explicit VR, as an older writer did.
+inline void putPrivate(DcmItem& item, Uint16 element, const char* value, DcmEVR vr = EVR_LO)
+{
+    item.putAndInsertString(DcmTag(f215(element), DcmVR(vr)), value);
+}
+
+// String value of a top-level element, or "<missing>".
+inline std::string stringOf(DcmItem& item, const DcmTagKey& key)
+{
+    const char* v = NULL;
+    if (item.findAndGetString(key, v).bad())
+        return "<missing>";
+    return v ? v : "";
+}
+
+inline bool has(DcmItem& item, const DcmTagKey& key)
+{
+    return item.tagExists(key);
+}
+
+// Keys of the top-level elements of group F215, in item order.
+inline std::vector<Uint16> privateElements(DcmItem& item)
+{
+    std::vector<Uint16> elements;
+    for (DcmObject* obj = item.nextInContainer(NULL); obj; obj = item.nextInContainer(obj))
+        if (obj->getTag().getGroup() == KQ_PRIVATE_GROUP)
+            elements.push_back(obj->getTag().getElement());
+    return elements;
+}
+
+// Appends a fresh item to a sequence element created at (F215,<element>) or any public tag.
+inline DcmItem* appendItem(DcmItem& parent, const DcmTagKey& seqKey)
+{
+    DcmItem* item = NULL;
+    parent.findOrCreateSequenceItem(DcmTag(seqKey, DcmVR(EVR_SQ)), item, -2);
+    return item;
+}
+
+} // namespace kqtest
+
+#endif
