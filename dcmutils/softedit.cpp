@@ -1,6 +1,7 @@
 #include "softedit.h"
 
 #include "KQItem.h"
+#include "OffsetAdjustedDataset.h"
 #include "dcmutils.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
@@ -136,7 +137,10 @@ OFCondition applyModifications(DcmDataset& target, DcmDataset& changes, std::lis
     if (!changeItem)
         return EC_Normal;
 
-    // KQTZ-ADJUST: bring the change dataset's dates and times to the target's UTC offset here.
+    // Bring the change dataset's dates and times to the target's UTC offset; the result is not
+    // examined, and the adjuster (which puts TZ back) lives until this call returns.
+    kqtz::OffsetAdjustedDataset adjuster(&changes);
+    adjuster.adjust(target);
 
     OFString sopClass;
     target.findAndGetOFString(DCM_SOPClassUID, sopClass, 0, OFFalse);
