@@ -1,0 +1,185 @@
+// The value of an element as text, in the form the DICOM toolkit prints it.
+#include "ElementText.h"
+
+#include "dcmtk/dcmdata/dcbytstr.h"
+#include "dcmtk/dcmdata/dcitem.h"
+#include "dcmtk/dcmdata/dcpixel.h"
+#include "dcmtk/dcmdata/dcpixseq.h"
+#include "dcmtk/dcmdata/dcpxitem.h"
+#include "dcmtk/dcmdata/dcsequen.h"
+#include "dcmtk/dcmdata/dcvrobow.h"
+#include "dcmtk/dcmdata/dcxfer.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+namespace {
+
+const char* const EMPTY_VALUE = "Empty Value";
+
+// Binary values up to this many bytes are written in full; longer ones are shortened to
+// their first values, their length and a checksum over all bytes, so that different
+// values still give different texts.
+const Uint32 FULL_BINARY_LENGTH = 256;
+const unsigned long SHORTENED_VALUE_COUNT = 16;
+
+std::string elementText(DcmElement* element);
+
+std::string tagText(const DcmTagKey& key)
+{
+    char text[16];
+    snprintf(text, sizeof(text), "(%04x,%04x)", key.getGroup(), key.getElement());
+    return text;
+}
+
+// 64-bit FNV-1a over a byte range.
+unsigned long long checksum(const Uint8* data, Uint32 length)
+{
+    unsigned long long hash = 14695981039346656037ULL;
+    for (Uint32 i = 0; i < length; ++i)
+    {
+        hash ^= data[i];
+        hash *= 1099511628211ULL;
+    }
+    return hash;
+}
+
+// Hexadecimal values separated by backslashes, words for OW and bytes otherwise, like
+// the toolkit's print of OB and OW elements.
+std::string binaryText(DcmOtherByteOtherWord* element)
+{
+    const Uint32 length = element->getLengthField();
+    if (length == 0)
+        return EMPTY_VALUE;
+    const DcmEVR vr = element->getVR();
+    const bool words = vr == EVR_OW || vr == EVR_lt;
+    Uint8* bytes = NULL;
+    Uint16* wordValues = NULL;
+    OFCondition status = words ? element->getUint16Array(wordValues) : element->getUint8Array(bytes);
+    if (words)
+        bytes = OFreinterpret_cast(Uint8*, wordValues);
+    if (status.bad() || bytes == NULL)
+        return std::string("(no value available)");
+
+    const unsigned long count = words ? length / 2 : length;
+    const bool full = length <= FULL_BINARY_LENGTH;
+    const unsigned long shown = full ? count : SHORTENED_VALUE_COUNT;
+    std::string text;
+    text.reserve(shown * (words ? 5 : 3) + 64);
+    char value[32];
+    for (unsigned long i = 0; i < shown; ++i)
+    {
+        if (words)
+            snprintf(value, sizeof(value), i ? "\\%04x" : "%04x", wordValues[i]);
+        else
+            snprintf(value, sizeof(value), i ? "\\%02x" : "%02x", bytes[i]);
+        text += value;
+    }
+    if (!full)
+    {
+        snprintf(value, sizeof(value), "%lu", OFstatic_cast(unsigned long, length));
+        text += "\\... (";
+        text += value;
+        snprintf(value, sizeof(value), "%016llx", checksum(bytes, length));
+        text += " bytes, checksum ";
+        text += value;
+        text += ")";
+    }
+    return text;
+}
+
+std::string itemText(DcmItem* item)
+{
+    std::string text = "{";
+    const unsigned long count = item->card();
+    for (unsigned long i = 0; i < count; ++i)
+    {
+        DcmElement* element = item->getElement(i);
+        if (element == NULL)
+            continue;
+        if (i > 0)
+            text += "; ";
+        text += tagText(element->getTag());
+        text += " ";
+        text += elementText(element);
+    }
+    text += "}";
+    return text;
+}
+
+std::string pixelSequenceText(DcmPixelSequence* sequence)
+{
+    const unsigned long count = sequence->card();
+    if (count == 0)
+        return EMPTY_VALUE;
+    std::string text = "Pixel Sequence with " + std::to_string(count) + (count == 1 ? " item:" : " items:");
+    for (unsigned long i = 0; i < count; ++i)
+    {
+        DcmPixelItem* item = NULL;
+        text += " Item " + std::to_string(i + 1) + " {";
+        if (sequence->getItem(item, i).good() && item != NULL)
+            text += binaryText(item);
+        text += "}";
+    }
+    return text;
+}
+
+std::string sequenceText(DcmSequenceOfItems* sequence)
+{
+    const unsigned long count = sequence->card();
+    if (count == 0)
+        return EMPTY_VALUE;
+    std::string text = "Sequence with " + std::to_string(count) + (count == 1 ? " item:" : " items:");
+    for (unsigned long i = 0; i < count; ++i)
+    {
+        text += " Item " + std::to_string(i + 1) + " ";
+        DcmItem* item = sequence->getItem(i);
+        text += item ? itemText(item) : std::string("{}");
+    }
+    return text;
+}
+
+std::string pixelDataText(DcmPixelData* pixelData)
+{
+    E_TransferSyntax xfer = EXS_Unknown;
+    const DcmRepresentationParameter* parameter = NULL;
+    pixelData->getCurrentRepresentationKey(xfer, parameter);
+    if (!DcmXfer(xfer).isEncapsulated())
+        return binaryText(pixelData);
+    DcmPixelSequence* sequence = NULL;
+    if (pixelData->getEncapsulatedRepresentation(xfer, parameter, sequence).bad() || sequence == NULL)
+        return std::string("(no value available)");
+    return pixelSequenceText(sequence);
+}
+
+std::string elementText(DcmElement* element)
+{
+    if (element == NULL)
+        return std::string();
+    if (DcmPixelSequence* pixelSequence = OFdynamic_cast(DcmPixelSequence*, element))
+        return pixelSequenceText(pixelSequence);
+    if (DcmSequenceOfItems* sequence = OFdynamic_cast(DcmSequenceOfItems*, element))
+        return sequenceText(sequence);
+    if (DcmPixelData* pixelData = OFdynamic_cast(DcmPixelData*, element))
+        return pixelDataText(pixelData);
+    if (DcmOtherByteOtherWord* binary = OFdynamic_cast(DcmOtherByteOtherWord*, element))
+        return binaryText(binary);
+
+    // Length field rather than getLength(): the latter rewrites a string's padding.
+    if (element->getLengthField() == 0)
+        return EMPTY_VALUE;
+    OFString value;
+    const OFCondition status = element->getOFStringArray(value, OFFalse /* as stored */);
+    if (status.bad())
+        return std::string("(no value available)");
+    return std::string(value.c_str());
+}
+
+} // namespace
+
+char* toString(DcmElement* element)
+{
+    return strdup(elementText(element).c_str());
+}
