@@ -1,0 +1,85 @@
+#include "CodecRegistry.h"
+#include "D2JPEG2000Library.h"
+#include "D2RepresentationParameter.h"
+#include "JPEG2000LossyRates.h"
+#include "O2DecoderRegistration.h"
+#include "O2EncoderRegistration.h"
+
+#include "dcmtk/dcmdata/dcrledrg.h"
+#include "dcmtk/dcmjpeg/djdecode.h"
+#include "dcmtk/dcmjpeg/djencode.h"
+#include "dcmtk/dcmjpeg/djrplol.h"
+#include "dcmtk/dcmjpeg/djrploss.h"
+#include "dcmtk/dcmjpls/djdecode.h"
+
+#include <string>
+
+CodecRegistry::CodecRegistry()
+{
+    // RLE: no new SOP Instance UID, no reversed byte order
+    DcmRLEDecoderRegistration::registerCodecs(OFFalse, OFFalse);
+
+    (void)D2JPEG2000Library::initialize();
+
+    O2EncoderRegistration::registerCodecs(OFList<double>(),
+                                          0, 0, 0, 0, 0, // tiles, component size limit
+                                          0,             // codestream size limit
+                                          6, 6, 15, 15,  // code-blocks 64 x 64, default precincts
+                                          false, false, false, false, EJ2KP_LRCP,
+                                          6, 2, // resolutions, guard bits
+                                          false, false, false, false, true, false, true, EJ2KBD_limit, 16,
+                                          0, 0, 0.0, 0.0, 0, 0, 0, 0, true, false, // rendering: unused
+                                          0, true, EJ2KUC_never, false, false, false, true, true, true);
+
+    O2DecoderRegistration::registerCodecs(EJ2KUC_default, EJ2KPC_restore, 0, 0, true, true);
+
+    DJEncoderRegistration::registerCodecs(ECC_lossyRGB, EUC_never, OFTrue, 0, 0, 0, OFTrue, ESS_444, OFFalse, OFFalse,
+                                          0, 0, 0.0, 0.0, 0, 0, 0, 0, OFTrue, OFFalse, OFFalse, OFFalse, OFTrue);
+
+    DJDecoderRegistration::registerCodecs(EDC_photometricInterpretation, EUC_default, EPC_default, OFFalse, OFFalse,
+                                          OFFalse);
+
+    // JPEG-LS objects must decode too
+    DJLSDecoderRegistration::registerCodecs();
+}
+
+CodecRegistry::~CodecRegistry()
+{
+    DJEncoderRegistration::cleanup();
+    DJDecoderRegistration::cleanup();
+    DJLSDecoderRegistration::cleanup();
+    O2EncoderRegistration::cleanup();
+    O2DecoderRegistration::cleanup();
+    D2JPEG2000Library::cleanup();
+    DcmRLEDecoderRegistration::cleanup();
+}
+
+DcmRepresentationParameter* CodecRegistry::getRepresentationParameter(DcmDataset& dataset, E_TransferSyntax xfer)
+{
+    if (xfer < EXS_JPEGProcess1 || xfer > EXS_JPEG2000)
+        return NULL;
+    switch (xfer)
+    {
+    case EXS_JPEGProcess14:
+    case EXS_JPEGProcess14SV1:
+        // predictor 6 for selection value 1 as well
+        return new DJ_RPLossless(6, 0);
+    case EXS_RLELossless:
+    case EXS_DeflatedLittleEndianExplicit:
+    case EXS_JPEGLSLossless:
+    case EXS_JPEGLSLossy:
+        return NULL;
+    case EXS_JPEG2000LosslessOnly:
+        return new D2RepresentationParameter(1.0, 0, true, std::string(), true);
+    case EXS_JPEG2000:
+    {
+        const double rate = getJPEG2000LossyCompressionRate(dataset);
+        if (rate == 1.0)
+            return new D2RepresentationParameter(1.0, 0, true, std::string(), true);
+        return new D2RepresentationParameter(rate, 0, false, std::string(), true);
+    }
+    default:
+        // the JPEG processes 1 to 29
+        return new DJ_RPLossy(90);
+    }
+}
