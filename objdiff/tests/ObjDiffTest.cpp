@@ -292,7 +292,7 @@ TEST(ObjectComparator, LossLessTransferSyntaxes)
         EXS_LittleEndianImplicit, EXS_BigEndianImplicit, EXS_LittleEndianExplicit, EXS_BigEndianExplicit,
         EXS_JPEGProcess14,        EXS_JPEGProcess14SV1,  EXS_RLELossless,          EXS_JPEGLSLossless,
         EXS_JPEG2000LosslessOnly, EXS_JPEG2000MulticomponentLosslessOnly};
-    for (int x = -1; x <= 64; ++x)
+    for (int x = EXS_Unknown; x <= EXS_PrivateGE_LEI_WithBigEndianPixelData; ++x)
     {
         const E_TransferSyntax xfer = E_TransferSyntax(x);
         const bool expected = std::find(lossless.begin(), lossless.end(), xfer) != lossless.end();
