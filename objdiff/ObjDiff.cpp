@@ -1,20 +1,13 @@
 // Compares two DICOM objects attribute by attribute and, where asked, by their pixel data.
 #include "ObjDiff.h"
 
+#include "CodecRegistry.h"
 #include "ElementText.h"
 #include "softedit.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 #include "dcmtk/dcmdata/dcvr.h"
 #include "dcmtk/dcmdata/dcxfer.h"
-
-#if __has_include("codecregistry.h")
-#include "codecregistry.h"
-#define OBJDIFF_HAVE_CODEC_REGISTRY 1
-#elif __has_include("CodecRegistry.h")
-#include "CodecRegistry.h"
-#define OBJDIFF_HAVE_CODEC_REGISTRY 1
-#endif
 
 #include <algorithm>
 #include <cstdlib>
@@ -70,11 +63,7 @@ ObjectComparator::ObjectComparator(IgnoreTags& ignore)
 
 ObjectComparator::~ObjectComparator()
 {
-#ifdef OBJDIFF_HAVE_CODEC_REGISTRY
     delete m_registry;
-#endif
-    // Without the registry's definition nothing in this build can have created one.
-    m_registry = NULL;
 }
 
 bool ObjectComparator::isIgnored(const DcmTagKey& key) const
@@ -139,6 +128,11 @@ bool ObjectComparator::compareObjects(const char* file1, const char* kqr1, const
 
 bool ObjectComparator::compareObjects(DcmDataset* first, DcmDataset* second, OC_MODE mode)
 {
+    if (first == NULL || second == NULL)
+    {
+        std::cerr << "Error comparing DICOM objects: dataset missing" << std::endl;
+        return false;
+    }
     if (mode == OC_MODE_BINARY)
         return compareDataset(first, second, true);
 
