@@ -1,0 +1,207 @@
+// Damaged codestreams and objects whose header does not match their codestream give a clear
+// error, never a crash (these tests are meant to run under AddressSanitizer too).
+#include "CodecRegistry.h"
+#include "D2CodecParameter.h"
+#include "D2CodestreamDecoder.h"
+#include "D2JPEG2000Library.h"
+
+#include "CodecTestSupport.h"
+#include "Fixtures.h"
+
+#include "dcmtk/dcmdata/dctk.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+namespace {
+
+// The first codestream of a corpus file.
+std::vector<Uint8> codestreamOf(const std::string& name)
+{
+    DcmFileFormat file;
+    std::vector<Uint8> out;
+    if (file.loadFile(fixtures::corpusFile(name).c_str()).bad())
+        return out;
+    DcmElement* element = NULL;
+    if (file.getDataset()->findAndGetElement(DCM_PixelData, element).bad())
+        return out;
+    DcmPixelData* pixelData = static_cast<DcmPixelData*>(element);
+    E_TransferSyntax xfer = EXS_Unknown;
+    const DcmRepresentationParameter* param = NULL;
+    DcmPixelSequence* sequence = NULL;
+    pixelData->getCurrentRepresentationKey(xfer, param);
+    DcmPixelItem* item = NULL;
+    Uint8* data = NULL;
+    if (pixelData->getEncapsulatedRepresentation(xfer, param, sequence).bad() || sequence->getItem(item, 1).bad() ||
+        item->getUint8Array(data).bad() || data == NULL)
+        return out;
+    out.assign(data, data + item->getLength());
+    return out;
+}
+
+// Replaces the first codestream of a loaded object.
+void replaceCodestream(DcmDataset& ds, const std::vector<Uint8>& codestream)
+{
+    DcmElement* element = NULL;
+    ASSERT_TRUE(ds.findAndGetElement(DCM_PixelData, element).good());
+    DcmPixelData* pixelData = static_cast<DcmPixelData*>(element);
+    E_TransferSyntax xfer = EXS_Unknown;
+    const DcmRepresentationParameter* param = NULL;
+    DcmPixelSequence* sequence = NULL;
+    pixelData->getCurrentRepresentationKey(xfer, param);
+    ASSERT_TRUE(pixelData->getEncapsulatedRepresentation(xfer, param, sequence).good());
+    DcmPixelItem* item = NULL;
+    ASSERT_TRUE(sequence->getItem(item, 1).good());
+    ASSERT_TRUE(item->putUint8Array(codestream.data(), Uint32(codestream.size())).good());
+}
+
+D2FrameInfo mrSmallFrame()
+{
+    D2FrameInfo frame;
+    frame.columns = 64;
+    frame.rows = 64;
+    frame.samplesPerPixel = 1;
+    frame.bytesPerSample = 2;
+    frame.storedBits = 16;
+    frame.isSigned = true;
+    return frame;
+}
+
+} // namespace
+
+TEST(D2Corrupt, TruncatedCodestreamsFail)
+{
+    const std::vector<Uint8> codestream = codestreamOf("MR_small_jp2klossless.dcm");
+    ASSERT_GT(codestream.size(), 1000u);
+    const D2CodecParameter cp;
+    D2CodestreamDecoder decoder(cp);
+    const D2FrameInfo frame = mrSmallFrame();
+    std::vector<Uint8> buffer(frame.frameSize());
+
+    ASSERT_TRUE(decoder.decode(codestream.data(), codestream.size(), frame, buffer.data(), buffer.size()).good());
+    for (size_t length = 0; length < codestream.size() - 2; length += (length < 300 ? 1 : 37))
+    {
+        // a copy of exactly that length, so that reading past it is caught
+        std::vector<Uint8> truncated(codestream.begin(), codestream.begin() + length);
+        const OFCondition cond = decoder.decode(truncated.data(), truncated.size(), frame, buffer.data(), buffer.size());
+        EXPECT_TRUE(cond.bad()) << "length " << length;
+        if (cond.bad())
+        {
+            EXPECT_EQ(0u, std::string(cond.text()).find("JPEG 2000 decoding failed: ")) << cond.text();
+        }
+    }
+}
+
+TEST(D2Corrupt, GarbageNeverCrashes)
+{
+    const std::vector<Uint8> codestream = codestreamOf("MR_small_jp2klossless.dcm");
+    ASSERT_FALSE(codestream.empty());
+    const D2CodecParameter cp;
+    D2CodestreamDecoder decoder(cp);
+    const D2FrameInfo frame = mrSmallFrame();
+    std::vector<Uint8> buffer(frame.frameSize());
+    uint32_t state = 42;
+
+    // pure garbage, and garbage behind a real start of codestream
+    for (int round = 0; round < 50; ++round)
+    {
+        std::vector<Uint8> garbage(1 + codectest::nextRandom(state) % 3000);
+        for (Uint8& b : garbage)
+            b = Uint8(codectest::nextRandom(state));
+        EXPECT_TRUE(decoder.decode(garbage.data(), garbage.size(), frame, buffer.data(), buffer.size()).bad());
+        const size_t keep = 4 + codectest::nextRandom(state) % 200;
+        std::copy(codestream.begin(), codestream.begin() + std::min(keep, garbage.size()), garbage.begin());
+        decoder.decode(garbage.data(), garbage.size(), frame, buffer.data(), buffer.size());
+    }
+    // damaged bytes anywhere: may decode to wrong samples, must not crash
+    for (int round = 0; round < 300; ++round)
+    {
+        std::vector<Uint8> damaged(codestream);
+        const int flips = 1 + int(codectest::nextRandom(state) % 8);
+        for (int i = 0; i < flips; ++i)
+            damaged[codectest::nextRandom(state) % damaged.size()] = Uint8(codectest::nextRandom(state));
+        decoder.decode(damaged.data(), damaged.size(), frame, buffer.data(), buffer.size());
+    }
+}
+
+TEST(D2Corrupt, ObjectsWithDamagedPixelDataGiveAClearError)
+{
+    CodecRegistry registry;
+    DcmFileFormat file;
+    ASSERT_TRUE(file.loadFile(fixtures::corpusFile("JPEG2000-embedded-sequence-delimiter.dcm").c_str()).good());
+    OFCondition cond = file.getDataset()->chooseRepresentation(EXS_LittleEndianExplicit, NULL);
+    ASSERT_TRUE(cond.bad());
+    EXPECT_EQ(0u, std::string(cond.text()).find("JPEG 2000 decoding failed: ")) << cond.text();
+
+    const std::vector<Uint8> good = codestreamOf("MR_small_jp2klossless.dcm");
+    struct Case
+    {
+        const char* name;
+        std::vector<Uint8> codestream;
+        const char* message;
+    };
+    const Case cases[] = {
+        {"truncated", std::vector<Uint8>(good.begin(), good.begin() + good.size() / 2), "JPEG 2000 decoding failed: "},
+        {"not JPEG 2000", std::vector<Uint8>({0xFF, 0xD8, 0xFF, 0xE0, 0, 0x10, 'J', 'F', 'I', 'F'}),
+         "JPEG 2000 decoding failed: no JPEG 2000 codestream at start of frame"},
+        {"empty", std::vector<Uint8>(), "JPEG 2000 decoding failed: "},
+    };
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(c.name);
+        DcmFileFormat object;
+        ASSERT_TRUE(object.loadFile(fixtures::corpusFile("MR_small_jp2klossless.dcm").c_str()).good());
+        replaceCodestream(*object.getDataset(), c.codestream);
+        cond = object.getDataset()->chooseRepresentation(EXS_LittleEndianExplicit, NULL);
+        ASSERT_TRUE(cond.bad());
+        EXPECT_EQ(0u, std::string(cond.text()).find(c.message)) << cond.text();
+        // the object still holds its compressed pixel data
+        EXPECT_TRUE(object.getDataset()->canWriteXfer(EXS_JPEG2000LosslessOnly));
+    }
+}
+
+TEST(D2Corrupt, HeaderAndCodestreamMustAgree)
+{
+    CodecRegistry registry;
+    struct Case
+    {
+        const char* name;
+        DcmTagKey key;
+        Uint16 value;
+    };
+    const Case cases[] = {
+        {"rows", DCM_Rows, 65},
+        {"columns", DCM_Columns, 32},
+        {"samples", DCM_SamplesPerPixel, 3},
+        {"bits allocated", DCM_BitsAllocated, 8},
+    };
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(c.name);
+        DcmFileFormat object;
+        ASSERT_TRUE(object.loadFile(fixtures::corpusFile("MR_small_jp2klossless.dcm").c_str()).good());
+        object.getDataset()->putAndInsertUint16(c.key, c.value);
+        if (c.key == DCM_BitsAllocated)
+            object.getDataset()->putAndInsertUint16(DCM_BitsStored, 8);
+        const OFCondition cond = object.getDataset()->chooseRepresentation(EXS_LittleEndianExplicit, NULL);
+        ASSERT_TRUE(cond.bad());
+        EXPECT_EQ(0u, std::string(cond.text()).find("Image data mismatch between DICOM header and JPEG 2000 codestream"))
+            << cond.text();
+    }
+}
+
+TEST(D2Corrupt, WithoutTheLibraryTheCodecsRefuse)
+{
+    // registered codecs, but the library ended: a clear error, not a crash
+    CodecRegistry registry;
+    D2JPEG2000Library::cleanup();
+    DcmFileFormat object;
+    ASSERT_TRUE(object.loadFile(fixtures::corpusFile("MR_small_jp2klossless.dcm").c_str()).good());
+    const OFCondition cond = object.getDataset()->chooseRepresentation(EXS_LittleEndianExplicit, NULL);
+    EXPECT_TRUE(cond.bad());
+    EXPECT_STREQ("JPEG 2000 library not initialized", cond.text());
+    ASSERT_TRUE(D2JPEG2000Library::initialize().good());
+    EXPECT_TRUE(object.getDataset()->chooseRepresentation(EXS_LittleEndianExplicit, NULL).good());
+}

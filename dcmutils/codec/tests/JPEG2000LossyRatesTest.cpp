@@ -1,0 +1,226 @@
+#include "JPEG2000LossyRates.h"
+
+#include "Fixtures.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+namespace {
+
+// Gives the file a modification time of its own, so that a rewrite within one second still
+// counts as a change (or, with the same time, does not).
+void setModificationTime(const std::string& path, time_t when)
+{
+    struct timespec times[2];
+    times[0].tv_sec = when;
+    times[0].tv_nsec = 0;
+    times[1] = times[0];
+    ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0));
+}
+
+std::string printed(JPEG2000LossyRates& rates)
+{
+    testing::internal::CaptureStdout();
+    rates.print();
+    fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+}
+
+// Sets or clears an environment variable for one scope.
+class ScopedEnvironment
+{
+public:
+    ScopedEnvironment(const char* name, const char* value) : m_name(name)
+    {
+        const char* old = getenv(name);
+        m_had = old != NULL;
+        if (old)
+            m_old = old;
+        if (value)
+            setenv(name, value, 1);
+        else
+            unsetenv(name);
+    }
+    ~ScopedEnvironment()
+    {
+        if (m_had)
+            setenv(m_name.c_str(), m_old.c_str(), 1);
+        else
+            unsetenv(m_name.c_str());
+    }
+
+private:
+    std::string m_name;
+    std::string m_old;
+    bool m_had;
+};
+
+} // namespace
+
+TEST(JPEG2000LossyRates, WithoutConfigurationEveryModalityGetsTheFactoryDefault)
+{
+    EXPECT_DOUBLE_EQ(0.1, JPEG2000LossyRates::factoryDefault);
+    ScopedEnvironment conf("CONF", NULL);
+    JPEG2000LossyRates rates(NULL);
+    EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality("CT"));
+    EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality("Default"));
+    EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality(""));
+    EXPECT_EQ("========= JPEG2000LossyRates - [0] ===========\n"
+              "--------- Default: 0.100000;        Factory Default: 0.100000\n"
+              "[EMPTY MAP]",
+              printed(rates));
+
+    // a configured directory without the file: the same
+    fixtures::TempDir dir;
+    ScopedEnvironment conf2("CONF", dir.path().c_str());
+    JPEG2000LossyRates fromConf(NULL);
+    EXPECT_DOUBLE_EQ(0.1, fromConf.getRateForModality("MR"));
+    EXPECT_EQ("========= JPEG2000LossyRates - " + dir.path() + "/jpeg2000lossy.conf[0] ===========\n"
+              "--------- Default: 0.100000;        Factory Default: 0.100000\n"
+              "[EMPTY MAP]",
+              printed(fromConf));
+}
+
+TEST(JPEG2000LossyRates, ReadsTheDocumentedLineFormatOnly)
+{
+    fixtures::TempDir dir;
+    const std::string path = dir.file("jpeg2000lossy.conf");
+    ASSERT_TRUE(fixtures::writeFile(path,
+                                    "# per-modality JPEG 2000 rates\n"
+                                    "\n"
+                                    "   \t\n"
+                                    "Default=\"0.12\"\n"
+                                    "CT = \"0.2\"\n"  // blanks around '=': ignored
+                                    "MR= \"0.3\"\n"   // blank after '=': ignored
+                                    "NM =\"0.35\"\n"  // key keeps the blank: stored as "NM "
+                                    "US=\"1.5\"\n"    // out of range
+                                    "XA=\"0\"\n"      // out of range
+                                    "DX=\"-0.5\"\n"   // out of range
+                                    "CR=\"1\"\n"      // lossless
+                                    "  PT=\"0.04\"\n" // leading blanks are fine
+                                    "  # indented comment=\"0.5\"\n"
+                                    "OT=0.5\n"        // no quotes: ignored
+                                    "SC=\"abc\"\n"    // not a number
+                                    "MG=\"0.07\"\n"
+                                    "MG=\"0.09\"\n" // the later line wins
+                                    "ct=\"0.06\"\n"));
+    JPEG2000LossyRates rates(path.c_str());
+    EXPECT_DOUBLE_EQ(0.12, rates.getRateForModality("CT"));
+    EXPECT_DOUBLE_EQ(0.12, rates.getRateForModality("MR"));
+    EXPECT_DOUBLE_EQ(0.12, rates.getRateForModality("NM"));
+    EXPECT_DOUBLE_EQ(0.35, rates.getRateForModality("NM "));
+    EXPECT_DOUBLE_EQ(0.12, rates.getRateForModality("US"));
+    EXPECT_DOUBLE_EQ(0.12, rates.getRateForModality("XA"));
+    EXPECT_DOUBLE_EQ(0.12, rates.getRateForModality("DX"));
+    EXPECT_DOUBLE_EQ(1.0, rates.getRateForModality("CR"));
+    EXPECT_DOUBLE_EQ(0.04, rates.getRateForModality("PT"));
+    EXPECT_DOUBLE_EQ(0.12, rates.getRateForModality("OT"));
+    EXPECT_DOUBLE_EQ(0.12, rates.getRateForModality("SC"));
+    EXPECT_DOUBLE_EQ(0.09, rates.getRateForModality("MG"));
+    EXPECT_DOUBLE_EQ(0.06, rates.getRateForModality("ct"));
+    EXPECT_DOUBLE_EQ(0.12, rates.getRateForModality("Ct"));
+
+    const std::string out = printed(rates);
+    struct stat st;
+    ASSERT_EQ(0, stat(path.c_str(), &st));
+    EXPECT_EQ("========= JPEG2000LossyRates - " + path + "[" + std::to_string((unsigned long)st.st_mtime) +
+                  "] ===========\n"
+                  "--------- Default: 0.120000;        Factory Default: 0.100000\n"
+                  "'CR' = '1.000000'\n"
+                  "'Default' = '0.120000'\n"
+                  "'MG' = '0.090000'\n"
+                  "'NM ' = '0.350000'\n"
+                  "'PT' = '0.040000'\n"
+                  "'ct' = '0.060000'\n",
+              out);
+}
+
+TEST(JPEG2000LossyRates, CorrectLineAfterBlanksAroundEqualsAndDefaultFromFactory)
+{
+    fixtures::TempDir dir;
+    const std::string path = dir.file("rates.conf");
+    ASSERT_TRUE(fixtures::writeFile(path, "CT = \"0.2\"\nCT=\"0.2\"\n"));
+    JPEG2000LossyRates rates(path.c_str());
+    EXPECT_DOUBLE_EQ(0.2, rates.getRateForModality("CT"));
+    // no "Default" line: the factory default
+    EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality("MR"));
+    EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality("Default"));
+}
+
+TEST(JPEG2000LossyRates, LongLinesAreReadInPiecesWithoutHarm)
+{
+    fixtures::TempDir dir;
+    const std::string path = dir.file("rates.conf");
+    // a 300-character key: the first 255 characters are one line, the rest another
+    ASSERT_TRUE(fixtures::writeFile(path, std::string(300, 'K') + "=\"0.5\"\nCT=\"0.3\"\n" + std::string(255, 'x') +
+                                              "MR=\"0.4\"\n"));
+    JPEG2000LossyRates rates(path.c_str());
+    EXPECT_DOUBLE_EQ(0.3, rates.getRateForModality("CT"));
+    EXPECT_DOUBLE_EQ(0.5, rates.getRateForModality(std::string(45, 'K')));
+    EXPECT_DOUBLE_EQ(0.4, rates.getRateForModality("MR"));
+}
+
+TEST(JPEG2000LossyRates, ReloadsOnANewModificationTimeAndForgetsADeletedFile)
+{
+    fixtures::TempDir dir;
+    const std::string path = dir.file("jpeg2000lossy.conf");
+    const time_t base = time(NULL) - 1000;
+    ASSERT_TRUE(fixtures::writeFile(path, "Default=\"0.2\"\nCT=\"0.05\"\nMR=\"0.08\"\n"));
+    setModificationTime(path, base);
+    JPEG2000LossyRates rates(path.c_str());
+    EXPECT_DOUBLE_EQ(0.05, rates.getRateForModality("CT"));
+    EXPECT_DOUBLE_EQ(0.08, rates.getRateForModality("MR"));
+    EXPECT_DOUBLE_EQ(0.2, rates.getRateForModality("US"));
+
+    // new content, same modification time: not read again
+    ASSERT_TRUE(fixtures::writeFile(path, "CT=\"0.5\"\n"));
+    setModificationTime(path, base);
+    EXPECT_DOUBLE_EQ(0.05, rates.getRateForModality("CT"));
+
+    // touched: read again from scratch (the default goes back to the factory's)
+    setModificationTime(path, base + 10);
+    EXPECT_DOUBLE_EQ(0.5, rates.getRateForModality("CT"));
+    EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality("MR"));
+    EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality("US"));
+
+    // deleted after a load: the factory default for all
+    ASSERT_TRUE(fixtures::writeFile(path, "Default=\"0.3\"\nCT=\"0.25\"\n"));
+    setModificationTime(path, base + 20);
+    EXPECT_DOUBLE_EQ(0.25, rates.getRateForModality("CT"));
+    ASSERT_EQ(0, unlink(path.c_str()));
+    EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality("CT"));
+    EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality("US"));
+    EXPECT_EQ("========= JPEG2000LossyRates - " + path + "[0] ===========\n"
+              "--------- Default: 0.100000;        Factory Default: 0.100000\n"
+              "[EMPTY MAP]",
+              printed(rates));
+
+    // and it comes back
+    ASSERT_TRUE(fixtures::writeFile(path, "CT=\"0.15\"\n"));
+    setModificationTime(path, base + 30);
+    EXPECT_DOUBLE_EQ(0.15, rates.getRateForModality("CT"));
+}
+
+TEST(JPEG2000LossyRates, AnUnreadableFileKeepsTheLastTable)
+{
+    if (geteuid() == 0)
+        GTEST_SKIP() << "root reads every file";
+    fixtures::TempDir dir;
+    const std::string path = dir.file("jpeg2000lossy.conf");
+    const time_t base = time(NULL) - 1000;
+    ASSERT_TRUE(fixtures::writeFile(path, "CT=\"0.05\"\n"));
+    setModificationTime(path, base);
+    JPEG2000LossyRates rates(path.c_str());
+    EXPECT_DOUBLE_EQ(0.05, rates.getRateForModality("CT"));
+    ASSERT_TRUE(fixtures::writeFile(path, "CT=\"0.5\"\n"));
+    setModificationTime(path, base + 10);
+    ASSERT_EQ(0, chmod(path.c_str(), 0));
+    EXPECT_DOUBLE_EQ(0.05, rates.getRateForModality("CT"));
+}
