@@ -246,7 +246,7 @@ bool ObjectComparator::compareElements(DcmElement* first, DcmElement* second)
         return false;
     }
     if (firstBinary != NULL)
-        return compareBinaryElements(firstBinary, secondBinary);
+        return compareOBOW(firstBinary, secondBinary);
 
     char* firstText = toString(first);
     char* secondText = toString(second);
@@ -276,20 +276,6 @@ bool ObjectComparator::compareElements(DcmElement* first, DcmElement* second)
     free(firstText);
     free(secondText);
     return equal;
-}
-
-bool ObjectComparator::compareBinaryElements(DcmOtherByteOtherWord* first, DcmOtherByteOtherWord* second)
-{
-    // compareOBOW reports lengths and VRs that differ but not differing bytes: name the
-    // attribute in that case so that no difference goes unexplained.
-    const bool sameShape = first->getLength() == second->getLength() &&
-                           (first->getVR() == second->getVR() ||
-                            (first->getTag().isUnknownVR() && second->getTag().isUnknownVR()));
-    if (compareOBOW(first, second))
-        return true;
-    if (sameShape)
-        std::cerr << "! " << keyOf(first) << " Binary data differs" << std::endl;
-    return false;
 }
 
 bool ObjectComparator::compareOBOW(DcmOtherByteOtherWord* first, DcmOtherByteOtherWord* second)

@@ -45,7 +45,6 @@ public:
 private:
     bool isIgnored(const DcmTagKey& key) const;
     // compareOBOW, naming the attribute when only the bytes differ.
-    bool compareBinaryElements(DcmOtherByteOtherWord* first, DcmOtherByteOtherWord* second);
     bool compareFrames(DcmDataset* first, DcmDataset* second, bool lossless);
 
     IgnoreTags& m_ignore;

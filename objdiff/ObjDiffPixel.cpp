@@ -24,7 +24,7 @@ bool ObjectComparator::comparePixelDataElement(DcmPixelData* first, DcmPixelData
     }
 
     if (!firstSyntax.isEncapsulated())
-        return compareBinaryElements(first, second);
+        return compareOBOW(first, second);
 
     if (verbose)
         std::cout << "DEBUG: Compare encapsulated Pixel Data " << firstSyntax.getXferName() << std::endl;

@@ -268,13 +268,13 @@ TEST(ObjectComparator, BinaryValues)
     EXPECT_FALSE(r);
     EXPECT_EQ(c.err, "! (0009,1010) Length of binary data differs (4 != 6)\n");
 
-    // differing bytes: compareOBOW is silent, the element comparison names the attribute
+    // differing bytes are a difference without a message of their own
     c = capture([&] { r = comparator.compareOBOW(ob.get(), changed.get()); });
     EXPECT_FALSE(r);
     EXPECT_EQ(c.err, "");
     c = capture([&] { r = comparator.compareElements(ob.get(), changed.get()); });
     EXPECT_FALSE(r);
-    EXPECT_EQ(c.err, "! (0009,1010) Binary data differs\n");
+    EXPECT_EQ(c.err, "");
     c = capture([&] { r = comparator.compareElements(ob.get(), longer.get()); });
     EXPECT_EQ(c.err, "! (0009,1010) Length of binary data differs (4 != 6)\n");
 
@@ -316,7 +316,7 @@ TEST(ObjectComparator, ModeZeroComparesStoredPixelData)
 
     Comparison c = compareDatasets(dataset(a), dataset(b));
     EXPECT_FALSE(c.equal);
-    EXPECT_EQ(c.output.err, "! (7fe0,0010) Binary data differs\n");
+    EXPECT_EQ(c.output.err, "");
 
     // any other mode leaves the pixel data to the frame comparison
     c = compareDatasets(dataset(a), dataset(b), true, OC_MODE_FRAMES);

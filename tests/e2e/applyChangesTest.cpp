@@ -158,7 +158,8 @@ TEST(ApplyChangesObject, FailuresLeaveTheObjectByteIdentical)
     ASSERT_TRUE(writeFile(dir.file("junk"), "this is not DICOM"));
     RunResult r = applyChanges({"-p", kqr, "-o", dir.file("junk")});
     EXPECT_EQ(1, r.status);
-    EXPECT_EQ(0u, r.err.find("Error loading " + dir.file("junk") + " ["));
+    // the DICOM toolkit may warn before the program's own line
+    EXPECT_NE(std::string::npos, r.err.find("Error loading " + dir.file("junk") + " ["));
     EXPECT_NE(std::string::npos, r.err.find("]\nApplying soft edit changes to object failed: " + dir.file("junk") + "\n"));
     EXPECT_EQ("this is not DICOM", readFile(dir.file("junk")));
 
@@ -168,6 +169,7 @@ TEST(ApplyChangesObject, FailuresLeaveTheObjectByteIdentical)
     EXPECT_EQ("Temporary directory could not be created: /nonexistent-kq/dir/.tmp\n", r.err);
 
     // the temporary file cannot be written: .tmp is a dangling link
+    ASSERT_EQ(0, rmdir(dir.file(".tmp").c_str()));
     ASSERT_EQ(0, symlink("/nonexistent-kq/target", dir.file(".tmp").c_str()));
     r = applyChanges({"-p", kqr, "-o", dir.file("IM1")});
     EXPECT_EQ(1, r.status);
@@ -201,7 +203,7 @@ TEST(ApplyChangesObject, FailuresLeaveTheObjectByteIdentical)
     ASSERT_TRUE(writer.save(dir.file("ob.kqr").c_str()).good());
     r = applyChanges({"-p", dir.file("ob.kqr"), "-o", dir.file("IM1")});
     EXPECT_EQ(1, r.status);
-    EXPECT_EQ("Error applying soft edit changes to " + dir.file("IM1") + " [" + EC_CorruptedData.text() +
+    EXPECT_EQ("Error applying soft edit changes to " + dir.file("IM1") + " [" + OFCondition(EC_CorruptedData).text() +
                   "]\nApplying soft edit changes to object failed: " + dir.file("IM1") + "\n",
               r.err);
     EXPECT_EQ(original, readFile(dir.file("IM1")));
@@ -209,32 +211,30 @@ TEST(ApplyChangesObject, FailuresLeaveTheObjectByteIdentical)
 
 TEST(ApplyChangesObject, VerificationDifferenceLeavesObjectAndNoTemporaryFile)
 {
-    // An odd-length value is padded when written, so the written object no longer verifies.
+    // In implicit VR, Smallest Image Pixel Value is US or SS by Pixel Representation: an edit
+    // of Pixel Representation turns 65535 into -1 on reading back, which the check must catch.
     TempDir dir;
     ObjectSpec spec;
+    spec.xfer = EXS_LittleEndianImplicit;
     DcmFileFormat* file = makeObject(spec);
-    DcmElement* desc = nullptr;
-    ASSERT_TRUE(file->getDataset()->findAndGetElement(DCM_StudyDescription, desc).good());
-    ASSERT_TRUE(desc->putString("ODD").good());
-    ASSERT_TRUE(file->saveFile(dir.file("IM1").c_str(), EXS_LittleEndianExplicit).good());
+    file->getDataset()->putAndInsertUint16(DCM_SmallestImagePixelValue, 65535);
+    ASSERT_TRUE(file->saveFile(dir.file("IM1").c_str(), EXS_LittleEndianImplicit).good());
     delete file;
-    // patch the value back to its odd length on disk: "ODD " -> "ODD" is impossible in place,
-    // so write the element's padding as a significant character instead
-    std::string bytes = readFile(dir.file("IM1"));
-    const size_t at = bytes.find("ODD ");
-    ASSERT_NE(std::string::npos, at);
-    bytes[at + 3] = '\0';
-    ASSERT_TRUE(writeFile(dir.file("IM1"), bytes));
-    const std::string kqr = writePatientKqR(dir);
+    const std::string original = readFile(dir.file("IM1"));
+    KqRWriter writer;
+    writer.setStudyAttribute(DCM_PixelRepresentation, "1");
+    ASSERT_TRUE(writer.save(dir.file("KqR.pr").c_str()).good());
 
-    RunResult r = applyChanges({"-p", kqr, "-o", dir.file("IM1")});
-    if (r.status == 0)
-        GTEST_SKIP() << "this DICOM library build keeps the value as written";
+    RunResult r = applyChanges({"-p", dir.file("KqR.pr"), "-o", dir.file("IM1")});
     EXPECT_EQ(1, r.status);
-    EXPECT_NE(std::string::npos, r.err.find("Objects differ after applying soft edit changes for " + dir.file("IM1") +
-                                            "[" + dir.file(".tmp/.applychanges")))
+    const std::string tempName = dir.file(".tmp/.applychanges");
+    EXPECT_EQ(0u, r.err.find("! (0028,0106): 65535 != -1\n"
+                             "Objects differ after applying soft edit changes for " +
+                             dir.file("IM1") + "[" + tempName))
         << r.err;
-    EXPECT_EQ(bytes, readFile(dir.file("IM1")));
+    EXPECT_NE(std::string::npos, r.err.find(".IM1]\nApplying soft edit changes to object failed: " +
+                                            dir.file("IM1") + "\n"));
+    EXPECT_EQ(original, readFile(dir.file("IM1")));
     EXPECT_TRUE(listDir(dir.file(".tmp")).empty());
 }
 

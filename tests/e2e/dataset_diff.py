@@ -42,7 +42,10 @@ def main():
             problems.append("%s only in %s" % (tag, "before" if tag in before else "after"))
             continue
         a, b = before[tag], after[tag]
-        if a.VR != b.VR or a.value != b.value:
+        # encapsulated pixel data written as OW by some encoders is rewritten as OB
+        same_vr = a.VR == b.VR or (tag == 0x7FE00010 and {a.VR, b.VR} == {"OB", "OW"}
+                                   and after.file_meta.TransferSyntaxUID.is_compressed)
+        if not same_vr or a.value != b.value:
             problems.append("%s differs" % tag)
     for problem in problems:
         print(problem)

@@ -1,0 +1,99 @@
+// Runs the built makeKqR program.
+#include "Fixtures.h"
+#include "KQItem.h"
+#include "softedit.h"
+
+#include "dcmtk/dcmdata/dctk.h"
+
+#include <gtest/gtest.h>
+
+using namespace fixtures;
+
+namespace {
+
+RunResult makeKqR(const std::vector<std::string>& args)
+{
+    std::vector<std::string> argv{program("makeKqR")};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return run(argv);
+}
+
+std::string itemValue(DcmItem* item, const DcmTagKey& key)
+{
+    OFString v;
+    return item && item->findAndGetOFString(key, v).good() ? v.c_str() : "<missing>";
+}
+
+} // namespace
+
+TEST(MakeKqR, WritesAllThreeLevelsAndTheOffset)
+{
+    TempDir dir;
+    const std::string out = dir.file("edit.kqr");
+    RunResult r = makeKqR({"-z", "+0100", "-m", "(0010,0010)=Doe^Jane", "-m", "StudyDate=20200101", "-S", "1.2.3",
+                           "-m", "(0008,103e)=Head", "-I", "1.2.3.4", "-m", "InstanceNumber=7", "-T", "-m",
+                           "PatientID=P9", out});
+    ASSERT_EQ(0, r.status) << r.err;
+    EXPECT_EQ("", r.err);
+    EXPECT_EQ("", r.out);
+
+    DcmFileFormat file;
+    ASSERT_TRUE(file.loadFile(out.c_str()).good());
+    DcmDataset* ds = file.getDataset();
+    EXPECT_EQ("1.2.999.0.1.7777777.4.55.1.0.1", itemValue(ds, DCM_SOPClassUID));
+    EXPECT_EQ(0u, itemValue(ds, DCM_SOPInstanceUID).find("1.2.999.0.1.7777777.4.55.1.1.1."));
+    EXPECT_EQ("+0100", itemValue(ds, DCM_TimezoneOffsetFromUTC));
+
+    KQItem top(*ds);
+    DcmItem* change = nullptr;
+    ASSERT_TRUE(top.findAndGetKQSequenceItem(KQ_CHANGE_SEQUENCE, change, 0).good());
+    EXPECT_EQ("Doe^Jane", itemValue(change, DCM_PatientName));
+    EXPECT_EQ("P9", itemValue(change, DCM_PatientID));
+    EXPECT_EQ("20200101", itemValue(change, DCM_StudyDate));
+    KQItem study(*change);
+    DcmItem* series = nullptr;
+    ASSERT_TRUE(study.findAndGetKQSequenceItem(KQ_SERIES_SEQUENCE, series, 0).good());
+    EXPECT_EQ("1.2.3", itemValue(series, DCM_SeriesInstanceUID));
+    EXPECT_EQ("Head", itemValue(series, DCM_SeriesDescription));
+    KQItem seriesBlock(*series);
+    DcmItem* instance = nullptr;
+    ASSERT_TRUE(seriesBlock.findAndGetKQSequenceItem(KQ_INSTANCE_SEQUENCE, instance, 0).good());
+    EXPECT_EQ("1.2.3.4", itemValue(instance, DCM_SOPInstanceUID));
+    EXPECT_EQ("7", itemValue(instance, DCM_InstanceNumber));
+
+    r = makeKqR({"-h"});
+    EXPECT_EQ(0, r.status);
+    EXPECT_EQ(0u, r.out.find("makeKqR [-h]"));
+}
+
+TEST(MakeKqR, BadArgumentsGiveOneLineAndNoFile)
+{
+    TempDir dir;
+    const std::string out = dir.file("edit.kqr");
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{"-m", "(0010,0010)", out}, "makeKqR: invalid attribute assignment (expected \"(gggg,eeee)=value\"): (0010,0010)\n"},
+        {{"-m", "(00x0,0010)=A", out}, "makeKqR: invalid attribute assignment (expected \"(gggg,eeee)=value\"): (00x0,0010)=A\n"},
+        {{"-m", "NoSuchKeyword=A", out}, "makeKqR: invalid attribute assignment (expected \"(gggg,eeee)=value\"): NoSuchKeyword=A\n"},
+        {{"-m", "(0009,1001)=A", out}, "makeKqR: attribute not in the data dictionary: (0009,1001)\n"},
+        {{"-m", "(0008,1115)=A", out}, "makeKqR: sequence attributes cannot be set: (0008,1115)\n"},
+        {{"-z", "0100", out}, "makeKqR: invalid Timezone Offset From UTC (expected +HHMM or -HHMM): 0100\n"},
+        {{"-z", "+0175", out}, "makeKqR: invalid Timezone Offset From UTC (expected +HHMM or -HHMM): +0175\n"},
+        {{"-I", "1.2", out}, "makeKqR: -I 1.2 needs a series selected with -S before it\n"},
+        {{"-q", out}, "makeKqR: unknown option -q (see makeKqR -h)\n"},
+        {{out, "-m"}, "makeKqR: option -m needs an argument (see makeKqR -h)\n"},
+        {{"-m", "PatientName=A"}, "makeKqR: no KqR file name given (see makeKqR -h)\n"},
+        {{out, "extra"}, "makeKqR: unexpected argument: extra\n"},
+        {{dir.file("no/such/dir/x.kqr")}, ""},
+    };
+    for (const auto& c : cases)
+    {
+        RunResult r = makeKqR(c.first);
+        EXPECT_EQ(1, r.status) << c.second;
+        if (!c.second.empty())
+            EXPECT_EQ(c.second, r.err);
+        else
+            EXPECT_EQ(0u, r.err.find("makeKqR: cannot write " + dir.file("no/such/dir/x.kqr") + ": ")) << r.err;
+        EXPECT_EQ(std::string::npos, r.err.find('\n', r.err.find('\n') + 1)) << "more than one line: " << r.err;
+        EXPECT_TRUE(listDir(dir.path()).empty());
+    }
+}
