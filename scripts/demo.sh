@@ -24,7 +24,8 @@ echo "== $object before"
 show
 echo
 echo "== build/bin/applyChanges -v -p $work/study/KqR.edit -d $work/study"
-build/bin/applyChanges -v -p "$work/study/KqR.edit" -d "$work/study"
+# -v also traces every attribute the verification compares; only the driver's own lines are shown
+build/bin/applyChanges -v -p "$work/study/KqR.edit" -d "$work/study" | grep -v -E '^(DEBUG|STRING|BINARY)'
 echo
 echo "== $object after"
 show
