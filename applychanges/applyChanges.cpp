@@ -6,6 +6,7 @@
 #include "KQDictionary.h"
 #include "KQItem.h"
 #include "ObjDiff.h"
+#include "dcmutils.h"
 #include "softedit.h"
 
 #include "dcmtk/config/osconfig.h"
@@ -106,10 +107,10 @@ bool applyToObject(DcmDataset& changes, const char* objectPath, const char* temp
     }
     ignore.patterns.insert("....0000");
 
-    cond = object.saveFile(tempPath, EXS_Unknown, EET_UndefinedLength, EGL_recalcGL, EPD_noChange, 0, 0,
-                           EWM_createNewMeta);
-    if (cond.good() && !syncPath(tempPath, false))
-        cond = makeOFCondition(OFM_dcmdata, 19, OF_error, strerror(errno));
+    // saveFile with the same parameters, but a write that fails late (full disk, file size
+    // limit) is reported here instead of leaving a silently truncated temporary file
+    cond = saveFileSynced(object, tempPath, EXS_Unknown, EET_UndefinedLength, EGL_recalcGL, EPD_noChange, 0, 0,
+                          EWM_createNewMeta);
     if (cond.bad())
     {
         std::cerr << "Error saving to temp file " << tempPath << " [" << cond.text() << "]" << std::endl;

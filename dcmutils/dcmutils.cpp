@@ -2,6 +2,8 @@
 #include "dcmutils.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
+#include "dcmtk/dcmdata/dcostrmf.h"
+#include "dcmtk/dcmdata/dcwcache.h"
 #include "dcmtk/dcmdata/dcovlay.h"
 #include "dcmtk/dcmdata/dcpixel.h"
 #include "dcmtk/dcmdata/dcpixseq.h"
@@ -361,20 +363,12 @@ bool writeDicomFile(const char* path, DcmFileFormat* file)
     if (xfer == EXS_Unknown)
         xfer = EXS_LittleEndianExplicit;
 
-    bool failed = true;
-    std::string failure;
-    OFCondition status = file->saveFile(temporary.c_str(), xfer, EET_ExplicitLength, EGL_recalcGL,
+    // The content must be on disk before the rename makes it the target.
+    OFCondition status = saveFileSynced(*file, temporary.c_str(), xfer, EET_ExplicitLength, EGL_recalcGL,
                                         EPD_noChange, 0, 0, EWM_createNewMeta);
     if (status.bad())
-        failure = status.text();
-    // The content must be on disk before the rename makes it the target.
-    else if (!syncPath(temporary.c_str(), O_RDONLY))
-        failure = strerror(errno);
-    else
-        failed = false;
-    if (failed)
     {
-        errmsg("writeDicomFile", "error writing temporary file: %s: %s", temporary.c_str(), failure.c_str());
+        errmsg("writeDicomFile", "error writing temporary file: %s: %s", temporary.c_str(), status.text());
         unlink(temporary.c_str());
         return false;
     }
@@ -390,6 +384,38 @@ bool writeDicomFile(const char* path, DcmFileFormat* file)
         return false;
     }
     return true;
+}
+
+static OFCondition systemError(int error)
+{
+    return makeOFCondition(OFM_dcmdata, 19, OF_error, strerror(error != 0 ? error : EIO));
+}
+
+OFCondition saveFileSynced(DcmFileFormat& file, const char* path, E_TransferSyntax xfer, E_EncodingType encoding,
+                           E_GrpLenEncoding groupLength, E_PaddingEncoding padding, Uint32 padLength,
+                           Uint32 subPadLength, E_FileWriteMode writeMode)
+{
+    if (path == NULL || *path == '\0')
+        return EC_InvalidFilename;
+    FILE* out = fopen(path, "wb");
+    if (out == NULL)
+        return systemError(errno);
+    // The stream closes the file when it goes; everything is flushed and synced before that.
+    DcmOutputFileStream stream(out);
+    DcmWriteCache cache;
+    errno = 0;
+    file.transferInit();
+    OFCondition status =
+        file.write(stream, xfer, encoding, &cache, groupLength, padding, padLength, subPadLength, 0, writeMode);
+    file.transferEnd();
+    // A short write shows only as a stream suspension; the system's reason is clearer.
+    if (ferror(out))
+        status = systemError(errno);
+    else if (status.good() && fflush(out) != 0)
+        status = systemError(errno);
+    else if (status.good() && fsync(fileno(out)) != 0)
+        status = systemError(errno);
+    return status;
 }
 
 void errmsg(const char* who, const char* format, ...)

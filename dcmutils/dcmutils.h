@@ -36,6 +36,13 @@ char* createSOPInstanceUID();
 DcmFileFormat* readExistingDicomFile(const char* path);
 DcmFileFormat* readOrCreateDicomFile(const char* path);
 bool writeDicomFile(const char* path, DcmFileFormat* file);
+// DcmFileFormat::saveFile with the same parameters, but the file is flushed and synced to disk
+// before it is closed, so that a write that fails late (full disk, file size limit) is reported
+// rather than leaving a silently truncated file; errors carry the system's error text. A partly
+// written file is left in place.
+OFCondition saveFileSynced(DcmFileFormat& file, const char* path, E_TransferSyntax xfer, E_EncodingType encoding,
+                           E_GrpLenEncoding groupLength, E_PaddingEncoding padding, Uint32 padLength,
+                           Uint32 subPadLength, E_FileWriteMode writeMode);
 void errmsg(const char* who, const char* format, ...) __attribute__((format(printf, 2, 3)));
 void errmsg(const char* format, ...) __attribute__((format(printf, 1, 2)));
 std::string replaceInOFString(const std::string& text, const std::string& from, const std::string& to);
