@@ -51,8 +51,9 @@ int fail(const std::string& message, const OFCondition& cond = EC_Normal)
     return 1;
 }
 
-// Re-encodes the loaded file into xfer and writes it to temporary.
-int transcode(DcmFileFormat& file, const char* in, E_TransferSyntax xfer, const std::string& temporary, bool verbose)
+// Re-encodes the loaded file into xfer and writes it to temporary, the stand-in for out.
+int transcode(DcmFileFormat& file, const char* in, const char* out, E_TransferSyntax xfer, const std::string& temporary,
+              bool verbose)
 {
     DcmDataset* dataset = file.getDataset();
     const DcmXfer from(dataset->getOriginalXfer());
@@ -82,7 +83,7 @@ int transcode(DcmFileFormat& file, const char* in, E_TransferSyntax xfer, const 
     if (cond.bad())
     {
         unlink(temporary.c_str());
-        return fail("cannot write " + temporary, cond);
+        return fail(std::string("cannot write ") + out, cond);
     }
     return 0;
 }
@@ -138,7 +139,7 @@ int main(int argc, char* argv[])
         return fail(std::string("cannot read ") + in, cond);
 
     const std::string temporary = temporaryName(out);
-    if (transcode(file, in, target.getXfer(), temporary, verbose) != 0)
+    if (transcode(file, in, out, target.getXfer(), temporary, verbose) != 0)
         return 1;
     if (rename(temporary.c_str(), out) != 0)
     {

@@ -1,6 +1,14 @@
 // DCMTK codec that decodes the JPEG 2000 transfer syntaxes (1.2.840.10008.1.2.4.90 and .91)
 // into uncompressed pixel data: 1 or 3 samples, 8 to 16 bits, signed or unsigned, single- and
 // multi-frame with one or several fragments per frame.
+//
+// Decoded values are stored as the codestream gives them, in two's complement of the sample
+// size when it is signed. Objects whose header disagrees with the codestream about the sign
+// (Pixel Representation) or whose codestream is more precise than Bits Stored are decoded all
+// the same, with a warning, and keep their attributes: the stored bits are the codestream's
+// bits, so an unsigned codestream of a signed image reads back as the signed values it was
+// made from. A codestream that does not fit Rows, Columns, Samples per Pixel or Bits Allocated
+// is an error.
 #ifndef D2DECODER_H
 #define D2DECODER_H
 
