@@ -319,29 +319,38 @@ DcmTag KQItem::getTag(unsigned short e)
 
 OFCondition KQItem::getTag(unsigned short e, DcmTag& tag)
 {
-    if (!calcPrivateBlock(false))
-    {
-        KQLog::message("couldn't calc");
+    if (!calcOrLog())
         return EC_KQPrivateTagProblem;
-    }
-    if (!checkAndReservePrivateBlock())
-    {
-        KQLog::message("couldn't reserve");
+    if (!reserveOrLog("couldn't reserve"))
         return EC_KQPrivateTagProblem;
-    }
     tag = blockTag(e);
     return EC_Normal;
 }
 
 // --- typed accessors ---
 
+// Settles the block, logging "couldn't calc" when that is impossible.
+bool KQItem::calcOrLog()
+{
+    if (calcPrivateBlock(false))
+        return true;
+    KQLog::message("couldn't calc");
+    return false;
+}
+
+// Makes sure the creator element exists, logging the caller's message when it cannot.
+bool KQItem::reserveOrLog(const char* message)
+{
+    if (checkAndReservePrivateBlock())
+        return true;
+    KQLog::message(message);
+    return false;
+}
+
 OFCondition KQItem::findAndGetKQString(unsigned short e, const char*& value, bool searchIntoSub)
 {
-    if (!calcPrivateBlock(false))
-    {
-        KQLog::message("couldn't calc");
+    if (!calcOrLog())
         return EC_KQPrivateTagProblem;
-    }
     OFCondition cond = m_item.findAndGetString(blockTag(e), value, OFFalse);
     if (cond == EC_TagNotFound && searchIntoSub)
         cond = searchSubItems(m_item, [e, &value](KQItem& sub) { return sub.findAndGetKQString(e, value, true); });
@@ -350,11 +359,8 @@ OFCondition KQItem::findAndGetKQString(unsigned short e, const char*& value, boo
 
 OFCondition KQItem::findAndGetKQElement(unsigned short e, DcmElement*& element, bool searchIntoSub)
 {
-    if (!calcPrivateBlock(false))
-    {
-        KQLog::message("couldn't calc");
+    if (!calcOrLog())
         return EC_KQPrivateTagProblem;
-    }
     OFCondition cond = m_item.findAndGetElement(blockTag(e), element, OFFalse);
     if (cond == EC_TagNotFound && searchIntoSub)
         cond = searchSubItems(m_item,
@@ -364,11 +370,8 @@ OFCondition KQItem::findAndGetKQElement(unsigned short e, DcmElement*& element, 
 
 OFCondition KQItem::findAndGetKQSequence(unsigned short e, DcmSequenceOfItems*& seq, bool searchIntoSub)
 {
-    if (!calcPrivateBlock(false))
-    {
-        KQLog::message("couldn't calc");
+    if (!calcOrLog())
         return EC_KQPrivateTagProblem;
-    }
     OFCondition cond = m_item.findAndGetSequence(blockTag(e), seq, OFFalse);
     if (cond == EC_TagNotFound && searchIntoSub)
         cond = searchSubItems(m_item, [e, &seq](KQItem& sub) { return sub.findAndGetKQSequence(e, seq, true); });
@@ -377,88 +380,55 @@ OFCondition KQItem::findAndGetKQSequence(unsigned short e, DcmSequenceOfItems*& 
 
 OFCondition KQItem::findAndGetKQSequenceItem(unsigned short e, DcmItem*& item, long itemNum)
 {
-    if (!calcPrivateBlock(false))
-    {
-        KQLog::message("couldn't calc");
+    if (!calcOrLog())
         return EC_KQPrivateTagProblem;
-    }
     return m_item.findAndGetSequenceItem(blockTag(e), item, itemNum, OFFalse);
 }
 
 OFCondition KQItem::findOrCreateKQSequenceItem(unsigned short e, DcmItem*& item, long itemNum)
 {
-    if (!calcPrivateBlock(false))
-    {
-        KQLog::message("couldn't calc");
+    if (!calcOrLog())
         return EC_KQPrivateTagProblem;
-    }
-    if (!checkAndReservePrivateBlock())
-    {
-        KQLog::message("couldn't reserve");
+    if (!reserveOrLog("couldn't reserve"))
         return EC_KQPrivateTagProblem;
-    }
     return m_item.findOrCreateSequenceItem(blockTag(e), item, itemNum);
 }
 
 OFCondition KQItem::putAndInsertKQString(unsigned short e, const char* value, bool replaceOld)
 {
-    if (!calcPrivateBlock(false))
-    {
-        KQLog::message("couldn't calc");
+    if (!calcOrLog())
         return EC_KQPrivateTagProblem;
-    }
-    if (!checkAndReservePrivateBlock())
-    {
-        KQLog::message("couln't reserve");
+    if (!reserveOrLog("couln't reserve"))
         return EC_KQPrivateTagProblem;
-    }
     return m_item.putAndInsertString(blockTag(e), value, replaceOld);
 }
 
 OFCondition KQItem::putAndInsertKQUint8Array(unsigned short e, const Uint8* data, unsigned long count,
                                              bool replaceOld)
 {
-    if (!calcPrivateBlock(false))
-    {
-        KQLog::message("couldn't calc");
+    if (!calcOrLog())
         return EC_KQPrivateTagProblem;
-    }
-    if (!checkAndReservePrivateBlock())
-    {
-        KQLog::message("couldn't reserve");
+    if (!reserveOrLog("couldn't reserve"))
         return EC_KQPrivateTagProblem;
-    }
     return m_item.putAndInsertUint8Array(blockTag(e), data, count, replaceOld);
 }
 
 OFCondition KQItem::putAndInsertKQUint16Array(unsigned short e, const Uint16* data, unsigned long count,
                                               bool replaceOld)
 {
-    if (!calcPrivateBlock(false))
-    {
-        KQLog::message("couldn't calc");
+    if (!calcOrLog())
         return EC_KQPrivateTagProblem;
-    }
-    if (!checkAndReservePrivateBlock())
-    {
-        KQLog::message("couldn't reserve");
+    if (!reserveOrLog("couldn't reserve"))
         return EC_KQPrivateTagProblem;
-    }
     return m_item.putAndInsertUint16Array(blockTag(e), data, count, replaceOld);
 }
 
 OFCondition KQItem::insertKQEmptyElement(unsigned short e, bool replaceOld)
 {
-    if (!calcPrivateBlock(false))
-    {
-        KQLog::message("couldn't calc");
+    if (!calcOrLog())
         return EC_KQPrivateTagProblem;
-    }
-    if (!checkAndReservePrivateBlock())
-    {
-        KQLog::message("couldn't reserve");
+    if (!reserveOrLog("couldn't reserve"))
         return EC_KQPrivateTagProblem;
-    }
     return m_item.insertEmptyElement(blockTag(e), replaceOld);
 }
 
@@ -476,16 +446,10 @@ DcmElement* KQItem::removeKQ(unsigned short e)
 
 OFCondition KQItem::insertKQ(DcmElement* element, bool replaceOld, bool checkInsertOrder)
 {
-    if (!calcPrivateBlock(false))
-    {
-        KQLog::message("couldn't calc");
+    if (!calcOrLog())
         return EC_KQPrivateTagProblem;
-    }
-    if (!checkAndReservePrivateBlock())
-    {
-        KQLog::message("couldn't reserve");
+    if (!reserveOrLog("couldn't reserve"))
         return EC_KQPrivateTagProblem;
-    }
     if (element == NULL)
         return m_item.insert(element, replaceOld, checkInsertOrder);
 
@@ -506,11 +470,8 @@ OFCondition KQItem::insertKQ(DcmElement* element, bool replaceOld, bool checkIns
 
 OFCondition KQItem::copyPrivateElement(DcmElement& source, bool replaceOld)
 {
-    if (!calcPrivateBlock(false))
-    {
-        KQLog::message("couldn't calc");
+    if (!calcOrLog())
         return EC_KQPrivateTagProblem;
-    }
     DcmElement* clone = OFstatic_cast(DcmElement*, source.clone());
     if (clone == NULL)
     {
@@ -549,16 +510,10 @@ OFCondition KQItem::adjustPrivateTag(DcmTagKey& key)
 {
     if (key.getGroup() != KQ_PRIVATE_GROUP)
         return EC_Normal;
-    if (!calcPrivateBlock(false))
-    {
-        KQLog::message("couldn't calc");
+    if (!calcOrLog())
         return EC_KQPrivateTagProblem;
-    }
-    if (!checkAndReservePrivateBlock())
-    {
-        KQLog::message("couldn't reserve");
+    if (!reserveOrLog("couldn't reserve"))
         return EC_KQPrivateTagProblem;
-    }
     key.setElement(OFstatic_cast(Uint16, key.getElement() | m_base));
     return EC_Normal;
 }
@@ -591,16 +546,10 @@ OFCondition KQItem::convertTag(DcmTag& tag)
 {
     if (tag.getGroup() != KQ_PRIVATE_GROUP || !isLegacyBlock(blockOf(tag)))
         return EC_Normal;
-    if (!calcPrivateBlock(false))
-    {
-        KQLog::message("couldn't calc");
+    if (!calcOrLog())
         return EC_KQPrivateTagProblem;
-    }
-    if (!checkAndReservePrivateBlock())
-    {
-        KQLog::message("couln't reserve");
+    if (!reserveOrLog("couln't reserve"))
         return EC_KQPrivateTagProblem;
-    }
     unsigned short canonic = 0;
     if (findCanonic(tag, canonic))
     {

@@ -85,6 +85,8 @@ public:
 
 private:
     DcmTag blockTag(unsigned short e) const;
+    bool calcOrLog();
+    bool reserveOrLog(const char* message);
 
     DcmItem& m_item;
     unsigned short m_base;
