@@ -408,9 +408,15 @@ OFCondition saveFileSynced(DcmFileFormat& file, const char* path, E_TransferSynt
     OFCondition status =
         file.write(stream, xfer, encoding, &cache, groupLength, padding, padLength, subPadLength, 0, writeMode);
     file.transferEnd();
+    // A compressing stream (deflated transfer syntax) still holds the end of the data: write it
+    // out now rather than in the stream's destructor, where a failure would go unnoticed.
+    if (status.good())
+        stream.flush();
     // A short write shows only as a stream suspension; the system's reason is clearer.
     if (ferror(out))
         status = systemError(errno);
+    else if (status.good() && !stream.isFlushed())
+        status = systemError(EIO);
     else if (status.good() && fflush(out) != 0)
         status = systemError(errno);
     else if (status.good() && fsync(fileno(out)) != 0)

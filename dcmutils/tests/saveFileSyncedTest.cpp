@@ -69,32 +69,37 @@ TEST(SaveFileSynced, WritesWhatSaveFileWrites)
 
 TEST(SaveFileSynced, ReportsWritesThatFailLate)
 {
-    fixtures::TempDir dir;
-    DcmFileFormat file;
-    ASSERT_TRUE(file.loadFile(fixtures::corpusFile("CT_small.dcm").c_str()).good());
-    ASSERT_TRUE(file.loadAllDataIntoMemory().good());
-    ASSERT_TRUE(save(file, dir.file("full")).good());
-    const off_t size = fileSize(dir.file("full"));
-    ASSERT_GT(size, 20000);
+    // little endian, and deflated, whose compressing stream holds back the end of the data
+    for (const char* name : {"CT_small.dcm", "image_dfl.dcm"})
+    {
+        SCOPED_TRACE(name);
+        fixtures::TempDir dir;
+        DcmFileFormat file;
+        ASSERT_TRUE(file.loadFile(fixtures::corpusFile(name).c_str()).good());
+        ASSERT_TRUE(file.loadAllDataIntoMemory().good());
+        ASSERT_TRUE(save(file, dir.file("full")).good());
+        const off_t size = fileSize(dir.file("full"));
+        ASSERT_GT(size, 1000);
 
-    // A limit inside the last buffered block: saveFile reported success for a truncated file.
-    for (off_t limit : {off_t(size - 1), off_t(size - 100), off_t(size / 2), off_t(100)})
-    {
-        SCOPED_TRACE(limit);
-        const std::string path = dir.file("limited" + std::to_string(limit));
-        OFCondition status;
+        // A limit inside the last buffered block: saveFile reported success for a truncated file.
+        for (off_t limit : {off_t(size - 1), off_t(size - 100), off_t(size / 2), off_t(100)})
         {
-            FileSizeLimit guard(limit);
-            status = save(file, path);
+            SCOPED_TRACE(limit);
+            const std::string path = dir.file("limited" + std::to_string(limit));
+            OFCondition status;
+            {
+                FileSizeLimit guard(limit);
+                status = save(file, path);
+            }
+            EXPECT_TRUE(status.bad());
+            EXPECT_STREQ("File too large", status.text());
+            // the partly written file stays for the caller to deal with
+            EXPECT_EQ(limit, fileSize(path));
         }
-        EXPECT_TRUE(status.bad());
-        EXPECT_STREQ("File too large", status.text());
-        // the partly written file stays for the caller to deal with
-        EXPECT_EQ(limit, fileSize(path));
+        {
+            FileSizeLimit guard(size);
+            EXPECT_TRUE(save(file, dir.file("exact")).good());
+        }
+        EXPECT_EQ(fixtures::readFile(dir.file("full")), fixtures::readFile(dir.file("exact")));
     }
-    {
-        FileSizeLimit guard(size);
-        EXPECT_TRUE(save(file, dir.file("exact")).good());
-    }
-    EXPECT_EQ(fixtures::readFile(dir.file("full")), fixtures::readFile(dir.file("exact")));
 }
