@@ -1,0 +1,158 @@
+// Support of the reliability tests: starting applyChanges under controlled conditions (file size
+// limit, unprivileged user, kill at a chosen moment), watching its temporary directory, and a
+// study whose every object can be classified as untouched, completely edited or damaged.
+#ifndef RELIABILITYSUPPORT_H
+#define RELIABILITYSUPPORT_H
+
+#include "dcmtk/config/osconfig.h"
+#include "dcmtk/dcmdata/dcfilefo.h"
+
+#include <sys/resource.h>
+#include <sys/types.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace reliability {
+
+// The user the tests switch to when run as root to see permission errors.
+const uid_t UNPRIVILEGED_ID = 65534;
+
+struct LaunchOptions
+{
+    // RLIMIT_FSIZE of the program; SIGXFSZ is ignored so that writes past it fail with EFBIG.
+    rlim_t fileSizeLimit = RLIM_INFINITY;
+    // Run as UNPRIVILEGED_ID with no supplementary groups (only when running as root).
+    bool unprivileged = false;
+};
+
+// How a program ended, with what it wrote.
+struct Outcome
+{
+    bool exited = false; // exited normally; status holds the exit status
+    int status = -1;
+    int signal = 0; // the signal that ended it, 0 if none
+    bool timedOut = false;
+    std::string out;
+    std::string err;
+    // One line for test messages: "exit 1", "signal 11", "timed out", and standard error.
+    std::string describe() const;
+};
+
+// A started program whose standard output and error go to files until it is reaped.
+class Launched
+{
+public:
+    Launched();
+    ~Launched();
+    bool start(const std::vector<std::string>& argv, const LaunchOptions& options = LaunchOptions());
+    pid_t pid() const { return m_pid; }
+    // True while the program has not ended (reaps it when it has).
+    bool running();
+    void kill(int signal);
+    // Waits for the end (killing the program after timeoutSeconds) and collects its output.
+    Outcome wait(double timeoutSeconds = 300.0);
+
+private:
+    Launched(const Launched&);
+    Launched& operator=(const Launched&);
+    void reap(int rawStatus);
+
+    pid_t m_pid;
+    bool m_reaped;
+    int m_rawStatus;
+    std::string m_scratch;
+};
+
+Outcome runProgram(const std::vector<std::string>& argv, const LaunchOptions& options = LaunchOptions(),
+                   double timeoutSeconds = 300.0);
+
+// Path of applyChanges and a run of it with the given arguments.
+std::string applyChangesPath();
+Outcome applyChanges(const std::vector<std::string>& args, const LaunchOptions& options = LaunchOptions());
+
+// Empty when a program can be run as UNPRIVILEGED_ID here (or the tests already run without
+// privileges); otherwise why not.
+std::string unprivilegedUnavailable();
+
+// inotify over directories; events are counted by kind.
+class DirectoryWatch
+{
+public:
+    DirectoryWatch();
+    ~DirectoryWatch();
+    bool add(const std::string& directory, unsigned int mask);
+    // Next event within timeoutMs: its mask and name; false on time-out.
+    bool next(int timeoutMs, unsigned int& mask, std::string& name);
+
+private:
+    DirectoryWatch(const DirectoryWatch&);
+    DirectoryWatch& operator=(const DirectoryWatch&);
+
+    int m_fd;
+    std::vector<char> m_buffer;
+    size_t m_used;
+    size_t m_offset;
+};
+
+// Names of a directory's entries in readdir order, without "." and "..".
+std::vector<std::string> readdirOrder(const std::string& directory);
+// Copies a file; false on any failure.
+bool copyFile(const std::string& from, const std::string& to);
+long fileSize(const std::string& path);
+// Removes a directory tree; works for trees deeper than PATH_MAX.
+void removeTree(const std::string& path);
+
+// What an object on disk is compared with its original and the edit the KqR file describes.
+enum ObjectState
+{
+    OBJECT_ORIGINAL, // byte-identical to the original
+    OBJECT_EDITED,   // loads completely; every edited attribute holds its new value, all else as before
+    OBJECT_DAMAGED   // anything else: missing, truncated, half edited, changed elsewhere
+};
+
+struct StudyObject
+{
+    std::string name;
+    std::string original;
+    std::string transferSyntax;
+    // attributes the edit sets, with their values in DCMTK's string form
+    std::map<DcmTagKey, std::string> edits;
+    // the original dataset without the edited attributes, written in a canonical form
+    std::string canonical;
+};
+
+// Objects of a study directory and the soft edit that applyChanges is to make of them.
+class Study
+{
+public:
+    // Adds an object file; edits are computed by setKqR.
+    bool add(const std::string& name, const std::string& bytes);
+    // Computes every object's expected edit from the change item of the KqR file.
+    bool setKqR(const std::string& kqrPath);
+    // Writes every object into directory (which must exist), replacing what is there.
+    bool writeTo(const std::string& directory) const;
+
+    ObjectState check(const std::string& directory, size_t index, std::string& why) const;
+    // Checks all objects; counts the states and lists every damaged object in problems.
+    void checkAll(const std::string& directory, int& original, int& edited, std::vector<std::string>& problems) const;
+
+    const std::vector<StudyObject>& objects() const { return m_objects; }
+    size_t indexOf(const std::string& name) const;
+
+private:
+    std::vector<StudyObject> m_objects;
+    std::string m_scratch;
+};
+
+// The dataset written without the given attributes and without group lengths, in the transfer
+// syntax it was read in: equal texts mean equal content.
+std::string canonicalDataset(DcmDataset& dataset, const std::map<DcmTagKey, std::string>& without);
+
+// Standard error with the toolkit's own log lines ("W: ", "E: " ...) removed.
+std::string withoutToolkitLog(const std::string& err);
+
+} // namespace reliability
+
+#endif
