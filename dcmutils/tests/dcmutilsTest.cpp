@@ -59,34 +59,6 @@ DcmItem* makeNestedItem(const char* name)
     return item;
 }
 
-// Environment variable set for the lifetime of the object, then restored.
-class ScopedEnv
-{
-public:
-    ScopedEnv(const char* name, const char* value) : m_name(name)
-    {
-        const char* old = getenv(name);
-        m_had = old != NULL;
-        if (m_had)
-            m_old = old;
-        if (value)
-            setenv(name, value, 1);
-        else
-            unsetenv(name);
-    }
-    ~ScopedEnv()
-    {
-        if (m_had)
-            setenv(m_name.c_str(), m_old.c_str(), 1);
-        else
-            unsetenv(m_name.c_str());
-    }
-
-private:
-    std::string m_name;
-    std::string m_old;
-    bool m_had;
-};
 
 } // namespace
 
@@ -411,7 +383,7 @@ TEST(CreateSOPInstanceUID, SiteIdFromFile)
         {
             ASSERT_TRUE(fixtures::writeFile(path, c.content));
         }
-        ScopedEnv env("SITEID_FILE", path.c_str());
+        fixtures::ScopedEnv env("SITEID_FILE", path.c_str());
         siteID = 0;
         std::unique_ptr<char[]> uid(createSOPInstanceUID("1.2"));
         ASSERT_TRUE(uid);
@@ -419,14 +391,14 @@ TEST(CreateSOPInstanceUID, SiteIdFromFile)
         EXPECT_EQ(std::string(uid.get()).rfind("1.2." + std::to_string(c.expected) + ".", 0), 0u) << uid.get();
     }
     {
-        ScopedEnv env("SITEID_FILE", NULL);
+        fixtures::ScopedEnv env("SITEID_FILE", NULL);
         siteID = 0;
         delete[] createSOPInstanceUID();
         EXPECT_EQ(siteID, 11111111);
     }
     // Established once: a changed file is not read again.
     ASSERT_TRUE(fixtures::writeFile(dir.file("siteid"), "77"));
-    ScopedEnv env("SITEID_FILE", dir.file("siteid").c_str());
+    fixtures::ScopedEnv env("SITEID_FILE", dir.file("siteid").c_str());
     delete[] createSOPInstanceUID();
     EXPECT_EQ(siteID, 11111111);
     siteID = 0;
@@ -434,7 +406,7 @@ TEST(CreateSOPInstanceUID, SiteIdFromFile)
 
 TEST(CreateSOPInstanceUID, FormatAndCounterWrap)
 {
-    ScopedEnv env("SITEID_FILE", NULL);
+    fixtures::ScopedEnv env("SITEID_FILE", NULL);
     siteID = 0;
     counter = 0;
     std::unique_ptr<char[]> first(createSOPInstanceUID());
@@ -459,7 +431,7 @@ TEST(CreateSOPInstanceUID, FormatAndCounterWrap)
 
 TEST(CreateSOPInstanceUID, LongRootGivesNullButAdvancesCounter)
 {
-    ScopedEnv env("SITEID_FILE", NULL);
+    fixtures::ScopedEnv env("SITEID_FILE", NULL);
     siteID = 0;
     counter = 9; // the next UID carries counter 10
     // root "." site "." 14 digits "." pid "." 2 digits
@@ -634,7 +606,7 @@ TEST(OBS_startTask, DropsTaskFileThroughStagingDirectory)
 {
     TempDir staging;
     TempDir tasks;
-    ScopedEnv env("TMP", staging.path().c_str());
+    fixtures::ScopedEnv env("TMP", staging.path().c_str());
     counter = 2;
     ASSERT_TRUE(OBS_startTask("run this", "job", "cmd", tasks.path()));
     const std::vector<std::string> names = fixtures::listDir(tasks.path());
@@ -653,13 +625,13 @@ TEST(OBS_startTask, DropsTaskFileThroughStagingDirectory)
     EXPECT_EQ(counter, 4);
     // Missing staging directory: nothing is written.
     {
-        ScopedEnv bad("TMP", staging.file("missing").c_str());
+        fixtures::ScopedEnv bad("TMP", staging.file("missing").c_str());
         EXPECT_FALSE(OBS_startTask("x", "job", "cmd", tasks.path()));
         EXPECT_EQ(fixtures::listDir(tasks.path()).size(), 1u);
     }
     // An unset TMP is a programming error.
     {
-        ScopedEnv unset("TMP", NULL);
+        fixtures::ScopedEnv unset("TMP", NULL);
         EXPECT_THROW(OBS_startTask("x", "job", "cmd", tasks.path()), std::logic_error);
     }
 }
@@ -674,7 +646,7 @@ TEST(OBS_startTask, StagingOnAnotherFileSystemFails)
         GTEST_SKIP() << "no second file system beside " << tasks.path();
     const std::string staging = tmpl;
     {
-        ScopedEnv env("TMP", staging.c_str());
+        fixtures::ScopedEnv env("TMP", staging.c_str());
         EXPECT_FALSE(OBS_startTask("x", "job", "cmd", tasks.path()));
     }
     EXPECT_TRUE(fixtures::listDir(staging).empty());

@@ -33,41 +33,13 @@ std::string printed(JPEG2000LossyRates& rates)
     return testing::internal::GetCapturedStdout();
 }
 
-// Sets or clears an environment variable for one scope.
-class ScopedEnvironment
-{
-public:
-    ScopedEnvironment(const char* name, const char* value) : m_name(name)
-    {
-        const char* old = getenv(name);
-        m_had = old != NULL;
-        if (old)
-            m_old = old;
-        if (value)
-            setenv(name, value, 1);
-        else
-            unsetenv(name);
-    }
-    ~ScopedEnvironment()
-    {
-        if (m_had)
-            setenv(m_name.c_str(), m_old.c_str(), 1);
-        else
-            unsetenv(m_name.c_str());
-    }
-
-private:
-    std::string m_name;
-    std::string m_old;
-    bool m_had;
-};
 
 } // namespace
 
 TEST(JPEG2000LossyRates, WithoutConfigurationEveryModalityGetsTheFactoryDefault)
 {
     EXPECT_DOUBLE_EQ(0.1, JPEG2000LossyRates::factoryDefault);
-    ScopedEnvironment conf("CONF", NULL);
+    fixtures::ScopedEnv conf("CONF", NULL);
     JPEG2000LossyRates rates(NULL);
     EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality("CT"));
     EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality("Default"));
@@ -79,7 +51,7 @@ TEST(JPEG2000LossyRates, WithoutConfigurationEveryModalityGetsTheFactoryDefault)
 
     // a configured directory without the file: the same
     fixtures::TempDir dir;
-    ScopedEnvironment conf2("CONF", dir.path().c_str());
+    fixtures::ScopedEnv conf2("CONF", dir.path().c_str());
     JPEG2000LossyRates fromConf(NULL);
     EXPECT_DOUBLE_EQ(0.1, fromConf.getRateForModality("MR"));
     EXPECT_EQ("========= JPEG2000LossyRates - " + dir.path() + "/jpeg2000lossy.conf[0] ===========\n"
