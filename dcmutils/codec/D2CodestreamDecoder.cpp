@@ -1,6 +1,7 @@
 #include "D2CodestreamDecoder.h"
 #include "D2CodecParameter.h"
 #include "D2JPEG2000Util.h"
+#include "D2OpenJPEGRun.h"
 #include "D2MemoryStream.h"
 
 #include "dcmtk/dcmdata/dcerror.h"
@@ -10,22 +11,6 @@
 #include <cstring>
 
 namespace {
-
-// Releases what OpenJPEG allocated for one decoding, whichever way it ends.
-class DecodingRun
-{
-public:
-    DecodingRun() : codec(NULL), image(NULL) {}
-    ~DecodingRun()
-    {
-        if (image)
-            opj_image_destroy(image);
-        if (codec)
-            opj_destroy_codec(codec);
-    }
-    opj_codec_t* codec;
-    opj_image_t* image;
-};
 
 template <typename T>
 void storeSamples(const opj_image_t* image, const D2FrameInfo& frame, Uint8* buffer)
@@ -106,7 +91,7 @@ OFCondition D2CodestreamDecoder::decode(const Uint8* data, size_t length, const 
                                "JPEG 2000 decoding failed: no JPEG 2000 codestream at start of frame");
 
     D2MemoryStream input(data, length);
-    DecodingRun run;
+    D2OpenJPEGRun run;
     D2MessageCollector messages;
     run.codec = opj_create_decompress(format);
     if (input.stream() == NULL || run.codec == NULL)

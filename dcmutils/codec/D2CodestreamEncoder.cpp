@@ -2,6 +2,7 @@
 #include "D2CodecParameter.h"
 #include "D2CodestreamDecoder.h"
 #include "D2JPEG2000Util.h"
+#include "D2OpenJPEGRun.h"
 #include "D2MemoryStream.h"
 #include "D2RepresentationParameter.h"
 
@@ -15,22 +16,6 @@
 #include <string>
 
 namespace {
-
-// Releases what OpenJPEG allocated for one encoding, whichever way it ends.
-class EncodingRun
-{
-public:
-    EncodingRun() : codec(NULL), image(NULL) {}
-    ~EncodingRun()
-    {
-        if (image)
-            opj_image_destroy(image);
-        if (codec)
-            opj_destroy_codec(codec);
-    }
-    opj_codec_t* codec;
-    opj_image_t* image;
-};
 
 // The coded value of a stored sample: its stored bits, sign-extended when signed.
 class SampleValue
@@ -155,7 +140,7 @@ OFCondition D2CodestreamEncoder::encode(const Uint8* data, const D2FrameInfo& fr
     const OPJ_COLOR_SPACE space = frame.samplesPerPixel == 1 ? OPJ_CLRSPC_GRAY
                                   : transform                 ? OPJ_CLRSPC_SRGB
                                                               : OPJ_CLRSPC_UNSPECIFIED;
-    EncodingRun run;
+    D2OpenJPEGRun run;
     run.image = opj_image_create(frame.samplesPerPixel, components, space);
     if (run.image == NULL)
         return EC_MemoryExhausted;
