@@ -1,5 +1,6 @@
 // The value of an element as text, in the form the DICOM toolkit prints it.
 #include "ElementText.h"
+#include "ValueChunkReader.h"
 
 #include "dcmtk/dcmdata/dcbytstr.h"
 #include "dcmtk/dcmdata/dcitem.h"
@@ -10,6 +11,7 @@
 #include "dcmtk/dcmdata/dcvrobow.h"
 #include "dcmtk/dcmdata/dcxfer.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -34,16 +36,74 @@ std::string tagText(const DcmTagKey& key)
     return text;
 }
 
-// 64-bit FNV-1a over a byte range.
-unsigned long long checksum(const Uint8* data, Uint32 length)
+const unsigned long long CHECKSUM_START = 14695981039346656037ULL;
+
+// 64-bit FNV-1a over a byte range, continuing from hash.
+unsigned long long checksum(const Uint8* data, Uint32 length, unsigned long long hash = CHECKSUM_START)
 {
-    unsigned long long hash = 14695981039346656037ULL;
     for (Uint32 i = 0; i < length; ++i)
     {
         hash ^= data[i];
         hash *= 1099511628211ULL;
     }
     return hash;
+}
+
+// The first count values of bytes, as words (machine byte order) or as bytes.
+std::string valueList(const Uint8* bytes, bool words, unsigned long count)
+{
+    std::string text;
+    text.reserve(count * (words ? 5 : 3));
+    char value[32];
+    for (unsigned long i = 0; i < count; ++i)
+    {
+        if (words)
+        {
+            Uint16 word;
+            memcpy(&word, bytes + 2 * i, sizeof(word));
+            snprintf(value, sizeof(value), i ? "\\%04x" : "%04x", word);
+        }
+        else
+            snprintf(value, sizeof(value), i ? "\\%02x" : "%02x", bytes[i]);
+        text += value;
+    }
+    return text;
+}
+
+std::string shortenedTail(Uint32 length, unsigned long long hash)
+{
+    char value[32];
+    std::string text = "\\... (";
+    snprintf(value, sizeof(value), "%lu", OFstatic_cast(unsigned long, length));
+    text += value;
+    snprintf(value, sizeof(value), "%016llx", hash);
+    text += " bytes, checksum ";
+    text += value;
+    text += ")";
+    return text;
+}
+
+// The shortened text of a long value still in its file, read piece by piece so that it is
+// never loaded whole; false when a piece cannot be read.
+bool shortenedTextInPieces(DcmOtherByteOtherWord* element, bool words, std::string& text)
+{
+    ValueChunkReader reader(element);
+    Uint8* piece = ValueChunkReader::scratch(0);
+    const Uint32 length = reader.remaining();
+    unsigned long long hash = CHECKSUM_START;
+    bool first = true;
+    while (reader.remaining() > 0)
+    {
+        const Uint32 count = std::min(reader.remaining(), ValueChunkReader::CHUNK_SIZE);
+        if (!reader.read(piece, count))
+            return false;
+        if (first)
+            text = valueList(piece, words, SHORTENED_VALUE_COUNT);
+        first = false;
+        hash = checksum(piece, count, hash);
+    }
+    text += shortenedTail(length, hash);
+    return true;
 }
 
 // Hexadecimal values separated by backslashes, words for OW and bytes otherwise, like
@@ -55,6 +115,13 @@ std::string binaryText(DcmOtherByteOtherWord* element)
         return EMPTY_VALUE;
     const DcmEVR vr = element->getVR();
     const bool words = vr == EVR_OW || vr == EVR_lt;
+    const bool full = length <= FULL_BINARY_LENGTH;
+
+    std::string text;
+    if (!full && !element->valueLoaded() && ValueChunkReader::suits(element)
+        && shortenedTextInPieces(element, words, text))
+        return text;
+
     Uint8* bytes = NULL;
     Uint16* wordValues = NULL;
     OFCondition status = words ? element->getUint16Array(wordValues) : element->getUint8Array(bytes);
@@ -64,29 +131,9 @@ std::string binaryText(DcmOtherByteOtherWord* element)
         return std::string("(no value available)");
 
     const unsigned long count = words ? length / 2 : length;
-    const bool full = length <= FULL_BINARY_LENGTH;
-    const unsigned long shown = full ? count : SHORTENED_VALUE_COUNT;
-    std::string text;
-    text.reserve(shown * (words ? 5 : 3) + 64);
-    char value[32];
-    for (unsigned long i = 0; i < shown; ++i)
-    {
-        if (words)
-            snprintf(value, sizeof(value), i ? "\\%04x" : "%04x", wordValues[i]);
-        else
-            snprintf(value, sizeof(value), i ? "\\%02x" : "%02x", bytes[i]);
-        text += value;
-    }
+    text = valueList(bytes, words, full ? count : SHORTENED_VALUE_COUNT);
     if (!full)
-    {
-        snprintf(value, sizeof(value), "%lu", OFstatic_cast(unsigned long, length));
-        text += "\\... (";
-        text += value;
-        snprintf(value, sizeof(value), "%016llx", checksum(bytes, length));
-        text += " bytes, checksum ";
-        text += value;
-        text += ")";
-    }
+        text += shortenedTail(length, checksum(bytes, length));
     return text;
 }
 

@@ -3,6 +3,7 @@
 
 #include "CodecRegistry.h"
 #include "ElementText.h"
+#include "ValueChunkReader.h"
 #include "softedit.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
@@ -50,6 +51,38 @@ std::vector<DcmElement*> sortedElements(DcmDataset* dataset)
 const DcmTagKey& keyOf(DcmElement* element)
 {
     return element->getTag();
+}
+
+enum PieceComparison
+{
+    PIECES_EQUAL,
+    PIECES_DIFFERENT,
+    PIECES_UNREADABLE
+};
+
+// Compares two values of equal length one piece at a time. After a difference the rest
+// of both is still read, so that a value the whole-value accessors could not load is never
+// reported as merely different. An element compared with itself is only read through.
+PieceComparison compareInPieces(DcmElement* first, DcmElement* second)
+{
+    ValueChunkReader firstReader(first);
+    ValueChunkReader secondReader(second);
+    Uint8* firstPiece = ValueChunkReader::scratch(0);
+    Uint8* secondPiece = ValueChunkReader::scratch(1);
+    bool equal = true;
+    while (firstReader.remaining() > 0)
+    {
+        const Uint32 count = std::min(firstReader.remaining(), ValueChunkReader::CHUNK_SIZE);
+        if (!firstReader.read(firstPiece, count))
+            return PIECES_UNREADABLE;
+        if (second == first)
+            continue;
+        if (!secondReader.read(secondPiece, count))
+            return PIECES_UNREADABLE;
+        if (equal && memcmp(firstPiece, secondPiece, count) != 0)
+            equal = false;
+    }
+    return equal ? PIECES_EQUAL : PIECES_DIFFERENT;
 }
 
 } // namespace
@@ -307,6 +340,17 @@ bool ObjectComparator::compareOBOW(DcmOtherByteOtherWord* first, DcmOtherByteOth
                       << std::endl;
             return false;
         }
+    }
+
+    // Values still in their files are compared piece by piece, so that neither is loaded
+    // whole; a piece that cannot be read sends both through the whole-value accessors below,
+    // which report the problem.
+    if (firstLength > 0 && first->getVR() == second->getVR() && (!first->valueLoaded() || !second->valueLoaded())
+        && ValueChunkReader::suits(first) && ValueChunkReader::suits(second))
+    {
+        const PieceComparison outcome = compareInPieces(first, second);
+        if (outcome != PIECES_UNREADABLE)
+            return outcome == PIECES_EQUAL;
     }
 
     const void* firstValue = NULL;
