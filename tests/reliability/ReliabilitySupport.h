@@ -116,7 +116,7 @@ struct StudyObject
 {
     std::string name;
     std::string original;
-    std::string transferSyntax;
+    std::string transferSyntax; // UID of the transfer syntax the dataset is read in
     // attributes the edit sets, with their values in DCMTK's string form
     std::map<DcmTagKey, std::string> edits;
     // the original dataset without the edited attributes, written in a canonical form
