@@ -11,7 +11,7 @@ class ValueChunkReader
 {
 public:
     // Bytes per piece: the size of each of the scratch buffers below.
-    static const Uint32 CHUNK_SIZE = 262144;
+    static constexpr Uint32 CHUNK_SIZE = 262144;
 
     explicit ValueChunkReader(DcmElement* element);
 
