@@ -65,10 +65,11 @@ static bool syncPath(const char* path, bool directory)
     return ok;
 }
 
-static std::string directoryOf(const char* path)
+// Makes the renames of a study directory run durable, all at once at its end.
+static void syncReplacements(const char* studyDir, unsigned long replaced)
 {
-    std::string copy(path);
-    return dirname(&copy[0]);
+    if (replaced > 0)
+        syncPath(studyDir, true);
 }
 
 bool applyToObject(DcmDataset& changes, const char* objectPath, const char* tempPath)
@@ -131,8 +132,8 @@ bool applyToObject(DcmDataset& changes, const char* objectPath, const char* temp
         unlink(tempPath);
         return false;
     }
-    // make the rename itself durable
-    syncPath(directoryOf(objectPath).c_str(), true);
+    // The rename is made durable by the caller's sync of the directory: once per run, as
+    // each sync waits for a flush of the disk's cache.
     return true;
 }
 
@@ -161,6 +162,8 @@ static int applyToSingleObject(DcmDataset& changes, const char* objectName)
         std::cerr << "Applying soft edit changes to object failed: " << objectName << std::endl;
         return 1;
     }
+    // make the rename durable
+    syncPath(directory.c_str(), true);
     return 0;
 }
 
@@ -181,6 +184,7 @@ static int applyToStudyDirectory(DcmDataset& changes, const char* studyDir)
     if (verbose)
         std::cout << "Iterating through files in " << studyDir << std::endl;
 
+    unsigned long replaced = 0;
     errno = 0;
     while (struct dirent* entry = readdir(dir))
     {
@@ -209,17 +213,21 @@ static int applyToStudyDirectory(DcmDataset& changes, const char* studyDir)
         {
             std::cerr << "Applying soft edit changes to object failed: " << objectPath << std::endl;
             closedir(dir);
+            syncReplacements(studyDir, replaced);
             return 1;
         }
+        ++replaced;
         errno = 0;
     }
     if (errno != 0)
     {
         std::cerr << "An error occured while iterating through on files in " << studyDir << std::endl;
         closedir(dir);
+        syncReplacements(studyDir, replaced);
         return 1;
     }
     closedir(dir);
+    syncReplacements(studyDir, replaced);
     return 0;
 }
 
