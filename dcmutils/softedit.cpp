@@ -34,6 +34,9 @@ OFCondition copyItemElements(DcmDataset& target, DcmItem& changeItem, KQItem* kq
     {
         if (kq && kq->isObjectOurPrivateElement(obj, nestedElement))
         {
+            // a damaged KqR file can carry the nested change sequence's tag with another VR
+            if (obj->ident() != EVR_SQ)
+                return EC_CorruptedData;
             nested = OFstatic_cast(DcmSequenceOfItems*, obj);
             continue;
         }

@@ -354,3 +354,34 @@ TEST(BadInput, DamagedKqRFiles)
     EXPECT_TRUE(problems.empty()) << summary(problems);
     EXPECT_GT(refused, 10);
 }
+
+TEST(BadInput, NestedChangeSequenceOfAnotherVR)
+{
+    // found by fuzz_kqr: a damaged KqR file whose series sequence tag holds a binary element
+    // crashed the program, which took the element for a sequence
+    fixtures::TempDir root;
+    fixtures::ObjectSpec spec;
+    ASSERT_TRUE(fixtures::writeObject(root.file("IM1"), spec));
+    const std::string original = fixtures::readFile(root.file("IM1"));
+    KqRWriter writer;
+    writer.setStudyAttribute(DCM_PatientName, "Damaged^KqR");
+    writer.setSeriesAttribute(spec.seriesUID.c_str(), DCM_SeriesDescription, "never applied");
+    DcmItem* change = nullptr;
+    ASSERT_TRUE(writer.changeItem(change).good());
+    const DcmTagKey seriesSequence(0xF215, 0x1063);
+    ASSERT_TRUE(change->findAndDeleteElement(seriesSequence).good());
+    DcmTag tag(seriesSequence, EVR_OB);
+    tag.setPrivateCreator("KQ group A");
+    DcmElement* binary = new DcmOtherByteOtherWord(tag);
+    const Uint8 bytes[] = {0xFE, 0xFF, 0x00, 0xE0};
+    binary->putUint8Array(bytes, 4);
+    ASSERT_TRUE(change->insert(binary).good());
+    ASSERT_TRUE(writer.save(root.file("KqR.damaged").c_str()).good());
+
+    const Outcome outcome = applyChanges({"-p", root.file("KqR.damaged"), "-o", root.file("IM1")});
+    EXPECT_TRUE(outcome.exited && outcome.status == 1) << outcome.describe();
+    EXPECT_EQ("Error applying soft edit changes to " + root.file("IM1") + " [" + OFCondition(EC_CorruptedData).text() +
+                  "]\nApplying soft edit changes to object failed: " + root.file("IM1") + "\n",
+              outcome.err);
+    EXPECT_EQ(original, fixtures::readFile(root.file("IM1")));
+}
