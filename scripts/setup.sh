@@ -7,6 +7,8 @@ KQ_PACKAGES=(
   libgtest-dev libgmock-dev
   python3-pydicom libgdcm-tools dicom3tools
 )
+# Only the fuzz step (scripts/fuzz.sh) needs these: clang with its libFuzzer and sanitizer runtimes.
+KQ_FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 
 kq_install_packages() {
   local missing=()
