@@ -38,9 +38,12 @@ dump2dcm examples/KqR.edit.dump "$seeds/kqr/example" >/dev/null 2>&1 || true
 run_target() {
   local target=$1
   mkdir -p "$build/corpus/$target" "$build/tmp/$target"
-  # standard output of the targets is closed; libFuzzer and the sanitizers report on standard error
+  # Standard output of the targets is closed; libFuzzer and the sanitizers report on standard
+  # error. A damaged length field makes the toolkit ask for up to 4 GiB, which it handles when
+  # refused: single allocations up to that are allowed, the resident size stays limited.
   TMPDIR="$PWD/$build/tmp/$target" "$build/bin/$target" "$build/corpus/$target" "$seeds/${seedsOf[$target]}" \
-    -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2560 -close_fd_mask=1 -print_final_stats=1 \
+    -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2560 -malloc_limit_mb=4200 -close_fd_mask=1 \
+    -print_final_stats=1 \
     -artifact_prefix="$PWD/$build/artifacts/$target-" >"$build/logs/$target.log" 2>&1
 }
 
