@@ -21,6 +21,13 @@ const double MAX_IMAGE_BYTES = 16.0 * 1024 * 1024;
 
 CodecRegistry* registry = nullptr;
 
+} // namespace
+
+// Where the sum of the decoded bytes goes, so that reading them is not optimised away.
+volatile unsigned int pixelChecksum = 0;
+
+namespace {
+
 DcmPixelItem* fragment(const uint8_t* data, size_t size)
 {
     DcmPixelItem* item = new DcmPixelItem(DcmTag(DCM_Item, EVR_OB));
@@ -96,8 +103,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         unsigned int sum = 0;
         for (Uint32 i = 0; i < Uint32(bytes); ++i)
             sum += pixels[i];
-        static volatile unsigned int checksum;
-        checksum = sum;
+        pixelChecksum = sum;
     }
     return 0;
 }

@@ -264,7 +264,7 @@ TEST(BadInput, TruncatedAndMutatedObjects)
     {
         const std::string bytes = fixtures::readFile(source);
         ASSERT_FALSE(bytes.empty()) << source;
-        for (const auto& mutant : mutants(bytes, random, 14, 18))
+        for (const auto& mutant : mutants(bytes, random, trials(14), trials(18)))
         {
             int status = -1;
             const std::string problem = trial.run(source + " " + mutant.first, mutant.second, status);
@@ -300,7 +300,7 @@ TEST(BadInput, DamagedKqRFiles)
     const std::string kqr = root.file("KqR.damaged");
     std::vector<std::string> problems;
     int tried = 0, accepted = 0, refused = 0;
-    for (const auto& mutant : mutants(kqrBytes, random, 20, 48))
+    for (const auto& mutant : mutants(kqrBytes, random, trials(20), trials(48)))
     {
         const std::string label = "KqR " + mutant.first;
         removeTree(root.file("study"));
@@ -352,7 +352,7 @@ TEST(BadInput, DamagedKqRFiles)
     printf("[ figures  ] damaged KqR files: %d tried, %d applied, %d refused with a clear error\n", tried, accepted,
            refused);
     EXPECT_TRUE(problems.empty()) << summary(problems);
-    EXPECT_GT(refused, 10);
+    EXPECT_GT(refused, trials(10));
 }
 
 TEST(BadInput, NestedChangeSequenceOfAnotherVR)

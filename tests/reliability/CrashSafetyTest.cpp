@@ -171,7 +171,7 @@ TEST_F(CrashSafety, KilledAtAnyMomentEveryObjectIsWholeAndARerunFinishes)
 
     // 1. At a step event: the kill lands right after a temporary file was created, written,
     //    read back or renamed, spread over the whole run.
-    const int eventKills = 48;
+    const int eventKills = trials(48);
     for (int k = 0; k < eventKills; ++k)
     {
         const int target = int((long(k) * events) / eventKills) + int(random() % 3);
@@ -205,7 +205,7 @@ TEST_F(CrashSafety, KilledAtAnyMomentEveryObjectIsWholeAndARerunFinishes)
     }
 
     // 2. After a delay: from the start of the process to the end of the run.
-    const int delayKills = 32;
+    const int delayKills = trials(32);
     for (int k = 0; k < delayKills; ++k)
     {
         std::uniform_real_distribution<double> jitter(0.0, 1.0);
@@ -227,7 +227,7 @@ TEST_F(CrashSafety, KilledAtAnyMomentEveryObjectIsWholeAndARerunFinishes)
 
     // 3. One study killed again and again, each run starting from what the last one left.
     reset(false);
-    for (int k = 0; k < 12; ++k)
+    for (int k = 0; k < trials(12); ++k)
     {
         std::uniform_real_distribution<double> moment(0.05, 0.6);
         const double delay = seconds * moment(random);
@@ -248,5 +248,5 @@ TEST_F(CrashSafety, KilledAtAnyMomentEveryObjectIsWholeAndARerunFinishes)
            "the job; %d temporary files left in .tmp by killed runs; undisturbed run %.2f s, %d step events\n",
            killsSurvived, byEvent, byDelay, chained, m_reruns, int(m_leftovers.size()), seconds, events);
     RecordProperty("kills_survived", killsSurvived);
-    EXPECT_GE(killsSurvived, 60);
+    EXPECT_GE(killsSurvived, trials(60));
 }

@@ -16,6 +16,23 @@
 
 namespace reliability {
 
+// Repetitions of a randomised trial: the full count in the optimised build, half of it under
+// the sanitizers, whose run is there for memory errors and is several times slower.
+inline int trials(int count)
+{
+#if defined(__SANITIZE_ADDRESS__)
+    return count / 2;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+    return count / 2;
+#else
+    return count;
+#endif
+#else
+    return count;
+#endif
+}
+
 // The user the tests switch to when run as root to see permission errors.
 const uid_t UNPRIVILEGED_ID = 65534;
 
