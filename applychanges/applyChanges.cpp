@@ -72,6 +72,20 @@ static void syncReplacements(const char* studyDir, unsigned long replaced)
         syncPath(studyDir, true);
 }
 
+// Gives the replacement the object's permissions and, where the process may, its owner, so
+// that the archive's access rules survive the edit.
+static void keepModeAndOwner(const char* objectPath, const char* tempPath)
+{
+    struct stat st;
+    if (stat(objectPath, &st) != 0)
+        return;
+    chmod(tempPath, st.st_mode & 07777);
+    if (chown(tempPath, st.st_uid, st.st_gid) != 0)
+    {
+        // only a privileged process may give a file away; the mode still applies
+    }
+}
+
 bool applyToObject(DcmDataset& changes, const char* objectPath, const char* tempPath)
 {
     if (verbose)
@@ -126,6 +140,7 @@ bool applyToObject(DcmDataset& changes, const char* objectPath, const char* temp
         return false;
     }
 
+    keepModeAndOwner(objectPath, tempPath);
     if (rename(tempPath, objectPath) != 0)
     {
         std::cerr << "Error moving modified file to it's final place for " << objectPath << std::endl;

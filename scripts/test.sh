@@ -20,4 +20,4 @@ export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 (cd build-asan && ctest --output-on-failure -j"$jobs")
 
 echo "== fuzzing (libFuzzer, bounded run of every target)"
-scripts/fuzz.sh "${KQ_FUZZ_SECONDS:-45}"
+scripts/fuzz.sh "${KQ_FUZZ_SECONDS:-30}"

@@ -141,6 +141,18 @@ TEST(ApplyChangesObject, ChangesOneObjectAndKeepsEverythingElse)
     // the temporary directory stays, empty
     EXPECT_TRUE(listDir(dir.file(".tmp")).empty());
 
+    // the replacement keeps the object's permissions and owner
+    ASSERT_EQ(0, chmod(dir.file("IM1").c_str(), 0640));
+    if (getuid() == 0)
+        ASSERT_EQ(0, chown(dir.file("IM1").c_str(), 65534, 65534));
+    r = applyChanges({"-p", kqr, "-o", dir.file("IM1")});
+    EXPECT_EQ(0, r.status) << r.err;
+    struct stat st;
+    ASSERT_EQ(0, stat(dir.file("IM1").c_str(), &st));
+    EXPECT_EQ(0640u, st.st_mode & 07777);
+    if (getuid() == 0)
+        EXPECT_EQ(65534u, st.st_uid);
+
     r = run({"/usr/bin/python3", std::string(KQ_E2E_DIR) + "/dataset_diff.py", dir.file("orig"), dir.file("IM1"),
              "0010,0010=Doe^Jane", "0010,0020=NEWID"});
     EXPECT_EQ(0, r.status) << r.out << r.err;
