@@ -13,7 +13,6 @@
 #include "dcmtk/dcmdata/dcfilefo.h"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <libgen.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -52,24 +51,11 @@ bool compareObjects(const char* objectPath, const char* modifiedPath, IgnoreTags
     return comparator.compareObjects(objectPath, nullptr, modifiedPath, nullptr, OC_MODE_BINARY);
 }
 
-// Flushes a file or directory to stable storage; false with errno set on failure.
-static bool syncPath(const char* path, bool directory)
-{
-    const int fd = open(path, (directory ? O_DIRECTORY : 0) | O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return false;
-    const bool ok = fsync(fd) == 0;
-    const int saved = errno;
-    close(fd);
-    errno = saved;
-    return ok;
-}
-
 // Makes the renames of a study directory run durable, all at once at its end.
 static void syncReplacements(const char* studyDir, unsigned long replaced)
 {
     if (replaced > 0)
-        syncPath(studyDir, true);
+        syncDirectory(studyDir);
 }
 
 // Gives the replacement the object's permissions and, where the process may, its owner, so
@@ -178,7 +164,7 @@ static int applyToSingleObject(DcmDataset& changes, const char* objectName)
         return 1;
     }
     // make the rename durable
-    syncPath(directory.c_str(), true);
+    syncDirectory(directory.c_str());
     return 0;
 }
 

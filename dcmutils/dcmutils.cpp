@@ -120,18 +120,17 @@ bool syncPath(const char* path, int flags)
     return rc == 0;
 }
 
-// Flushes the directory holding path so that a rename in it survives a power loss.
-bool syncParentDirectory(const char* path)
+} // namespace
+
+bool syncDirectory(const char* path)
 {
-    std::vector<char> copy(path, path + strlen(path) + 1);
-    const char* dir = dirname(copy.data());
-    if (syncPath(dir, O_RDONLY | O_DIRECTORY))
+    if (path == NULL)
+        return false;
+    if (syncPath(path, O_RDONLY | O_DIRECTORY))
         return true;
     // Some file systems cannot sync directories; nothing more can be done there.
     return errno == EINVAL || errno == EROFS;
 }
-
-} // namespace
 
 DcmElement* copyElement(DcmElement* e)
 {
@@ -378,11 +377,9 @@ bool writeDicomFile(const char* path, DcmFileFormat* file)
         unlink(temporary.c_str());
         return false;
     }
-    if (!syncParentDirectory(path))
-    {
-        errmsg("writeDicomFile", "error syncing directory of %s: %s", path, strerror(errno));
-        return false;
-    }
+    // The target is wholly replaced now; the directory sync only makes the rename durable.
+    std::vector<char> copy(path, path + strlen(path) + 1);
+    syncDirectory(dirname(copy.data()));
     return true;
 }
 

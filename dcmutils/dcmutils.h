@@ -43,6 +43,9 @@ bool writeDicomFile(const char* path, DcmFileFormat* file);
 OFCondition saveFileSynced(DcmFileFormat& file, const char* path, E_TransferSyntax xfer, E_EncodingType encoding,
                            E_GrpLenEncoding groupLength, E_PaddingEncoding padding, Uint32 padLength,
                            Uint32 subPadLength, E_FileWriteMode writeMode);
+// Flushes a directory to stable storage so that renames in it survive a power loss; true on
+// success and where the file system cannot sync directories.
+bool syncDirectory(const char* path);
 void errmsg(const char* who, const char* format, ...) __attribute__((format(printf, 2, 3)));
 void errmsg(const char* format, ...) __attribute__((format(printf, 1, 2)));
 std::string replaceInOFString(const std::string& text, const std::string& from, const std::string& to);
