@@ -2,12 +2,12 @@
 // object of a study directory. Each object is changed in memory, written to a temporary file,
 // verified attribute by attribute against the original and only then renamed into place.
 
-#include "IgnoreTags.h"
-#include "KQDictionary.h"
-#include "KQItem.h"
-#include "ObjDiff.h"
-#include "dcmutils.h"
-#include "softedit.h"
+#include "objdiff/IgnoreTags.h"
+#include "privatetags/KQDictionary.h"
+#include "privatetags/KQItem.h"
+#include "objdiff/ObjDiff.h"
+#include "dcmutils/dcmutils.h"
+#include "dcmutils/softedit.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcfilefo.h"

@@ -5,9 +5,9 @@
 //   - the text of a long value read from its file (one-sided and nested binary values).
 // Sizes are in MiB of pixel data. Usage: bench_objdiff [--benchmark_filter=...] [work dir]
 
-#include "ElementText.h"
-#include "IgnoreTags.h"
-#include "ObjDiff.h"
+#include "objdiff/ElementText.h"
+#include "objdiff/IgnoreTags.h"
+#include "objdiff/ObjDiff.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dctk.h"

@@ -24,16 +24,17 @@ function(kq_add_test name)
 endfunction()
 
 # A folder's library from the sources in it; a folder still without sources gives an
-# interface library so that its dependants configure.
+# interface library so that its dependants configure. The include root is the repository root,
+# so every include names its library ("privatetags/KQItem.h").
 function(kq_add_library name)
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
   if(sources)
     add_library(${name} STATIC ${sources})
-    target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
+    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
     target_link_libraries(${name} PUBLIC ${ARGN})
   else()
     add_library(${name} INTERFACE)
-    target_include_directories(${name} INTERFACE ${CMAKE_CURRENT_SOURCE_DIR})
+    target_include_directories(${name} INTERFACE ${PROJECT_SOURCE_DIR})
     target_link_libraries(${name} INTERFACE ${ARGN})
   endif()
 endfunction()

@@ -1,7 +1,7 @@
 // Collection of the dates, times and date-times of a dataset.
-#include "DateTimeConverter.h"
+#include "datetime/DateTimeConverter.h"
 
-#include "dtconv.h"
+#include "datetime/dtconv.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 #include "dcmtk/dcmdata/dcsequen.h"

@@ -3,8 +3,8 @@
 #ifndef DATETIMECONVERTER_H
 #define DATETIMECONVERTER_H
 
-#include "DateTimeElementList.h"
-#include "TimestampList.h"
+#include "datetime/DateTimeElementList.h"
+#include "datetime/TimestampList.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcdatset.h"

@@ -1,7 +1,7 @@
 // The date/time pairs found in a dataset, in the order their dates were met.
-#include "DateTimeElementList.h"
+#include "datetime/DateTimeElementList.h"
 
-#include "dtconv.h"
+#include "datetime/dtconv.h"
 
 #include <cstring>
 #include <ctime>

@@ -2,7 +2,7 @@
 #ifndef DATETIMEELEMENTLIST_H
 #define DATETIMEELEMENTLIST_H
 
-#include "DateTimeElementPair.h"
+#include "datetime/DateTimeElementPair.h"
 
 #include <memory>
 #include <string>

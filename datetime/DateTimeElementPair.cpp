@@ -1,7 +1,7 @@
 // One date element of a dataset with the time element that belongs to it.
-#include "DateTimeElementPair.h"
+#include "datetime/DateTimeElementPair.h"
 
-#include "dtconv.h"
+#include "datetime/dtconv.h"
 
 namespace kqtz {
 

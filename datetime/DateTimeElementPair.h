@@ -2,7 +2,7 @@
 #ifndef DATETIMEELEMENTPAIR_H
 #define DATETIMEELEMENTPAIR_H
 
-#include "dtregistry.h"
+#include "datetime/dtregistry.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcvrda.h"

@@ -1,7 +1,7 @@
 // Brings the dates and times of a dataset from its UTC offset to the local zone.
-#include "Dicom2LocalConverter.h"
+#include "datetime/Dicom2LocalConverter.h"
 
-#include "dtconv.h"
+#include "datetime/dtconv.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 

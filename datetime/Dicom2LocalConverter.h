@@ -3,7 +3,7 @@
 #ifndef DICOM2LOCALCONVERTER_H
 #define DICOM2LOCALCONVERTER_H
 
-#include "DateTimeConverter.h"
+#include "datetime/DateTimeConverter.h"
 
 namespace kqtz {
 

@@ -1,7 +1,7 @@
 // Brings the dates and times of a dataset from its UTC offset to a given time zone.
-#include "DicomToTimeZone.h"
+#include "datetime/DicomToTimeZone.h"
 
-#include "dtconv.h"
+#include "datetime/dtconv.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 

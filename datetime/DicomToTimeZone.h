@@ -3,7 +3,7 @@
 #ifndef DICOMTOTIMEZONE_H
 #define DICOMTOTIMEZONE_H
 
-#include "DateTimeConverter.h"
+#include "datetime/DateTimeConverter.h"
 
 namespace kqtz {
 

@@ -1,5 +1,5 @@
 // Brings the dates and times of a dataset to the UTC offset of a target object.
-#include "OffsetAdjustedDataset.h"
+#include "datetime/OffsetAdjustedDataset.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 

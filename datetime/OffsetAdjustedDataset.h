@@ -3,7 +3,7 @@
 #ifndef OFFSETADJUSTEDDATASET_H
 #define OFFSETADJUSTEDDATASET_H
 
-#include "DateTimeConverter.h"
+#include "datetime/DateTimeConverter.h"
 
 namespace kqtz {
 

@@ -1,7 +1,7 @@
 // Gives a dataset without Timezone Offset From UTC the offset of a named time zone.
-#include "TimeZoneFiller.h"
+#include "datetime/TimeZoneFiller.h"
 
-#include "dtconv.h"
+#include "datetime/dtconv.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 

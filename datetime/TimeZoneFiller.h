@@ -3,7 +3,7 @@
 #ifndef TIMEZONEFILLER_H
 #define TIMEZONEFILLER_H
 
-#include "DateTimeConverter.h"
+#include "datetime/DateTimeConverter.h"
 
 namespace kqtz {
 

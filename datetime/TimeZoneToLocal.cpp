@@ -1,7 +1,7 @@
 // Brings the dates and times of a dataset from a given time zone to the local zone.
-#include "TimeZoneToLocal.h"
+#include "datetime/TimeZoneToLocal.h"
 
-#include "dtconv.h"
+#include "datetime/dtconv.h"
 
 namespace kqtz {
 

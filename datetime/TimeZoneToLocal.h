@@ -3,7 +3,7 @@
 #ifndef TIMEZONETOLOCAL_H
 #define TIMEZONETOLOCAL_H
 
-#include "DateTimeConverter.h"
+#include "datetime/DateTimeConverter.h"
 
 namespace kqtz {
 

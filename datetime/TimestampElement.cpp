@@ -1,7 +1,7 @@
 // One date-time (DT) element of a dataset.
-#include "TimestampElement.h"
+#include "datetime/TimestampElement.h"
 
-#include "dtconv.h"
+#include "datetime/dtconv.h"
 
 namespace kqtz {
 

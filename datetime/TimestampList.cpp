@@ -1,5 +1,5 @@
 // The date-time (DT) elements found in a dataset, in the order met.
-#include "TimestampList.h"
+#include "datetime/TimestampList.h"
 
 namespace kqtz {
 

@@ -2,7 +2,7 @@
 #ifndef TIMESTAMPLIST_H
 #define TIMESTAMPLIST_H
 
-#include "TimestampElement.h"
+#include "datetime/TimestampElement.h"
 
 #include <memory>
 #include <vector>

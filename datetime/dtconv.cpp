@@ -1,5 +1,5 @@
 // Time-zone machinery of the date/time converters.
-#include "dtconv.h"
+#include "datetime/dtconv.h"
 
 #include "dcmtk/ofstd/ofdate.h"
 #include "dcmtk/ofstd/oftime.h"

@@ -1,5 +1,5 @@
 // Registries of the date/time attribute pairs of DICOM datasets.
-#include "dtregistry.h"
+#include "datetime/dtregistry.h"
 
 namespace kqtz {
 

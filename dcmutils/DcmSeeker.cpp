@@ -1,5 +1,5 @@
 // A forward cursor over the elements of one item.
-#include "DcmSeeker.h"
+#include "dcmutils/DcmSeeker.h"
 
 #include "dcmtk/dcmdata/dcelem.h"
 

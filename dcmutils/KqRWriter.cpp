@@ -1,8 +1,8 @@
-#include "KqRWriter.h"
+#include "dcmutils/KqRWriter.h"
 
-#include "KQItem.h"
-#include "dcmutils.h"
-#include "softedit.h"
+#include "privatetags/KQItem.h"
+#include "dcmutils/dcmutils.h"
+#include "dcmutils/softedit.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 #include "dcmtk/dcmdata/dcuid.h"

@@ -1,5 +1,5 @@
 // Dataset utilities shared by the archive's tools.
-#include "dcmutils.h"
+#include "dcmutils/dcmutils.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 #include "dcmtk/dcmdata/dcostrmf.h"

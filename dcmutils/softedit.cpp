@@ -1,8 +1,8 @@
-#include "softedit.h"
+#include "dcmutils/softedit.h"
 
-#include "KQItem.h"
-#include "OffsetAdjustedDataset.h"
-#include "dcmutils.h"
+#include "privatetags/KQItem.h"
+#include "datetime/OffsetAdjustedDataset.h"
+#include "dcmutils/dcmutils.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 

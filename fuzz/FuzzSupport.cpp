@@ -1,7 +1,7 @@
 // Shared by the fuzz targets.
-#include "FuzzSupport.h"
+#include "fuzz/FuzzSupport.h"
 
-#include "KQDictionary.h"
+#include "privatetags/KQDictionary.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/oflog/oflog.h"

@@ -1,10 +1,10 @@
 // ObjectComparator over two objects made from one input: a four-byte little-endian length n,
 // then n bytes of the first object, then the second. Both modes: attributes with stored pixel
 // data, and attributes with decoded frames (only for images small enough to decode quickly).
-#include "FuzzSupport.h"
+#include "fuzz/FuzzSupport.h"
 
-#include "IgnoreTags.h"
-#include "ObjDiff.h"
+#include "objdiff/IgnoreTags.h"
+#include "objdiff/ObjDiff.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dctk.h"

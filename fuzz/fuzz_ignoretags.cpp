@@ -1,8 +1,8 @@
 // The ignoretags file reader: any text gives exact tags and eight-character patterns, and the
 // reading ends.
-#include "FuzzSupport.h"
+#include "fuzz/FuzzSupport.h"
 
-#include "IgnoreTags.h"
+#include "objdiff/IgnoreTags.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dctk.h"

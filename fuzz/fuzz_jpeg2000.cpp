@@ -6,9 +6,9 @@
 //   interpretation; byte 5 Bits Stored (modulo Bits Allocated, plus one); byte 6 bit 0 three
 //   samples (else one); byte 7, when not 0, splits the codestream into two fragments there.
 // A decoded image must have all the bytes its header promises.
-#include "FuzzSupport.h"
+#include "fuzz/FuzzSupport.h"
 
-#include "CodecRegistry.h"
+#include "dcmutils/codec/CodecRegistry.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcpixseq.h"

@@ -1,10 +1,10 @@
 // A KqR file as applyChanges meets it: loaded completely, its change item looked up through
 // KQItem, and applied by applyModifications to a copy of an object whose UIDs the seeds use;
 // the edited object is then written as the driver writes it.
-#include "FuzzSupport.h"
+#include "fuzz/FuzzSupport.h"
 
-#include "KQItem.h"
-#include "softedit.h"
+#include "privatetags/KQItem.h"
+#include "dcmutils/softedit.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dctk.h"

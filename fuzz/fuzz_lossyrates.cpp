@@ -1,8 +1,8 @@
 // The jpeg2000lossy.conf reader: any text gives rates in (0, 1] for every modality, and the
 // table prints.
-#include "FuzzSupport.h"
+#include "fuzz/FuzzSupport.h"
 
-#include "JPEG2000LossyRates.h"
+#include "dcmutils/codec/JPEG2000LossyRates.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dctk.h"

@@ -1,10 +1,10 @@
 // fuzz_seeds <directory>: writes the seed corpora of the binary fuzz targets into
 // <directory>/kqr, /compare and /jpeg2000, from KqR files made here, objects of the pydicom
 // corpus (and edited copies of them) and codestreams of the corpus and of images encoded here.
-#include "CodecRegistry.h"
-#include "KQDictionary.h"
-#include "KQItem.h"
-#include "KqRWriter.h"
+#include "dcmutils/codec/CodecRegistry.h"
+#include "privatetags/KQDictionary.h"
+#include "privatetags/KQItem.h"
+#include "dcmutils/KqRWriter.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcpixseq.h"

@@ -1,6 +1,6 @@
 // The value of an element as text, in the form the DICOM toolkit prints it.
-#include "ElementText.h"
-#include "ValueChunkReader.h"
+#include "objdiff/ElementText.h"
+#include "objdiff/ValueChunkReader.h"
 
 #include "dcmtk/dcmdata/dcbytstr.h"
 #include "dcmtk/dcmdata/dcitem.h"

@@ -1,5 +1,5 @@
 // The attributes a comparison passes over: exact tag keys and eight-character dot patterns.
-#include "IgnoreTags.h"
+#include "objdiff/IgnoreTags.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,10 +1,10 @@
 // Compares two DICOM objects attribute by attribute and, where asked, by their pixel data.
-#include "ObjDiff.h"
+#include "objdiff/ObjDiff.h"
 
-#include "CodecRegistry.h"
-#include "ElementText.h"
-#include "ValueChunkReader.h"
-#include "softedit.h"
+#include "dcmutils/codec/CodecRegistry.h"
+#include "objdiff/ElementText.h"
+#include "objdiff/ValueChunkReader.h"
+#include "dcmutils/softedit.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 #include "dcmtk/dcmdata/dcvr.h"

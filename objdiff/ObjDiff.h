@@ -9,7 +9,7 @@
 #include "dcmtk/dcmdata/dcpixseq.h"
 #include "dcmtk/dcmdata/dcvrobow.h"
 
-#include "IgnoreTags.h"
+#include "objdiff/IgnoreTags.h"
 
 class CodecRegistry;
 

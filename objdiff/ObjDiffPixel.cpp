@@ -1,5 +1,5 @@
 // The pixel side of ObjectComparator: stored pixel data, native or encapsulated.
-#include "ObjDiff.h"
+#include "objdiff/ObjDiff.h"
 
 #include "dcmtk/dcmdata/dcpxitem.h"
 #include "dcmtk/dcmdata/dcxfer.h"

@@ -1,6 +1,6 @@
 // Reads a binary element's value in consecutive pieces, from memory or straight from the file
 // it was loaded from, so that a long value never has to be held whole.
-#include "ValueChunkReader.h"
+#include "objdiff/ValueChunkReader.h"
 
 #include <memory>
 

@@ -1,5 +1,5 @@
-#include "KQDictionary.h"
-#include "KQItem.h"
+#include "privatetags/KQDictionary.h"
+#include "privatetags/KQItem.h"
 
 #include "dcmtk/dcmdata/dcdict.h"
 #include "dcmtk/dcmdata/dcdicent.h"

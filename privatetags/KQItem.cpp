@@ -1,5 +1,5 @@
-#include "KQItem.h"
-#include "KQLog.h"
+#include "privatetags/KQItem.h"
+#include "privatetags/KQLog.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 #include "dcmtk/dcmdata/dcelem.h"

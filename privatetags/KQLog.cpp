@@ -1,4 +1,4 @@
-#include "KQLog.h"
+#include "privatetags/KQLog.h"
 
 #include <cstdarg>
 #include <cstdio>

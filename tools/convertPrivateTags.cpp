@@ -1,8 +1,8 @@
 // convertPrivateTags: rewrites a DICOM file with its legacy private elements moved into the
 // "KQ group A" block. The result is written beside the output under a temporary name and
 // renamed into place, so a failed run leaves no output and an existing output untouched.
-#include "KQDictionary.h"
-#include "KQItem.h"
+#include "privatetags/KQDictionary.h"
+#include "privatetags/KQItem.h"
 
 #include "dcmtk/oflog/oflog.h"
 

@@ -1,7 +1,7 @@
 // makeKqR: writes a KqR file holding study-, series- and instance-level soft edit changes.
 
-#include "KQDictionary.h"
-#include "KqRWriter.h"
+#include "privatetags/KQDictionary.h"
+#include "dcmutils/KqRWriter.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcdict.h"

@@ -1,8 +1,8 @@
 // objdiff: compares two DICOM objects attribute by attribute, optionally after applying the
 // soft edit changes of a KqR file to either of them.
 
-#include "KQDictionary.h"
-#include "ObjDiff.h"
+#include "privatetags/KQDictionary.h"
+#include "objdiff/ObjDiff.h"
 
 #include "dcmtk/config/osconfig.h"
 

@@ -2,9 +2,9 @@
 // the archive's codec registry. JPEG 2000 lossy output takes the rate configured for the
 // object's modality in $CONF/jpeg2000lossy.conf. The result is written beside the output under
 // a temporary name and renamed into place, so a failed run leaves no output behind.
-#include "CodecRegistry.h"
-#include "JPEG2000LossyRates.h"
-#include "KQDictionary.h"
+#include "dcmutils/codec/CodecRegistry.h"
+#include "dcmutils/codec/JPEG2000LossyRates.h"
+#include "privatetags/KQDictionary.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcdeftag.h"

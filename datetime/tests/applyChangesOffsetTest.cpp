@@ -1,7 +1,7 @@
 // End to end: a KqR file recorded at one UTC offset, applied by applyChanges to a study whose
 // objects sit at different offsets, writes each object's values in its own offset.
-#include "Fixtures.h"
-#include "TimeZoneGuard.h"
+#include "tests/fixtures/Fixtures.h"
+#include "datetime/tests/TimeZoneGuard.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 

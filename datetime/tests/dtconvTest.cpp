@@ -1,12 +1,12 @@
 // Zone strings, the TZ handling and the conversions of dates, times and date-times between
 // UTC offsets.
-#include "Dicom2LocalConverter.h"
-#include "DicomToTimeZone.h"
-#include "OffsetAdjustedDataset.h"
-#include "TimeZoneFiller.h"
-#include "TimeZoneGuard.h"
-#include "TimeZoneToLocal.h"
-#include "dtconv.h"
+#include "datetime/Dicom2LocalConverter.h"
+#include "datetime/DicomToTimeZone.h"
+#include "datetime/OffsetAdjustedDataset.h"
+#include "datetime/TimeZoneFiller.h"
+#include "datetime/tests/TimeZoneGuard.h"
+#include "datetime/TimeZoneToLocal.h"
+#include "datetime/dtconv.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 

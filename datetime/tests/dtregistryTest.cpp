@@ -1,6 +1,6 @@
 // Registry look-ups and the collection walk of DateTimeConverter.
-#include "DateTimeConverter.h"
-#include "dtregistry.h"
+#include "datetime/DateTimeConverter.h"
+#include "datetime/dtregistry.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 

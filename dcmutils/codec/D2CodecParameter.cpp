@@ -1,4 +1,4 @@
-#include "D2CodecParameter.h"
+#include "dcmutils/codec/D2CodecParameter.h"
 
 D2CodecParameter::D2CodecParameter()
 : DcmCodecParameter()

@@ -7,7 +7,7 @@
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dccodec.h"
 
-#include "D2JPEG2000Util.h"
+#include "dcmutils/codec/D2JPEG2000Util.h"
 
 #include <vector>
 

@@ -6,7 +6,7 @@
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/ofstd/ofcond.h"
 
-#include "D2FrameInfo.h"
+#include "dcmutils/codec/D2FrameInfo.h"
 
 class D2CodecParameter;
 

@@ -1,10 +1,10 @@
-#include "D2CodestreamEncoder.h"
-#include "D2CodecParameter.h"
-#include "D2CodestreamDecoder.h"
-#include "D2JPEG2000Util.h"
-#include "D2OpenJPEGRun.h"
-#include "D2MemoryStream.h"
-#include "D2RepresentationParameter.h"
+#include "dcmutils/codec/D2CodestreamEncoder.h"
+#include "dcmutils/codec/D2CodecParameter.h"
+#include "dcmutils/codec/D2CodestreamDecoder.h"
+#include "dcmutils/codec/D2JPEG2000Util.h"
+#include "dcmutils/codec/D2OpenJPEGRun.h"
+#include "dcmutils/codec/D2MemoryStream.h"
+#include "dcmutils/codec/D2RepresentationParameter.h"
 
 #include "dcmtk/dcmdata/dcerror.h"
 

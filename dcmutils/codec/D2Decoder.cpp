@@ -1,8 +1,8 @@
-#include "D2Decoder.h"
-#include "D2CodecParameter.h"
-#include "D2CodestreamDecoder.h"
-#include "D2JPEG2000Library.h"
-#include "D2JPEG2000Util.h"
+#include "dcmutils/codec/D2Decoder.h"
+#include "dcmutils/codec/D2CodecParameter.h"
+#include "dcmutils/codec/D2CodestreamDecoder.h"
+#include "dcmutils/codec/D2JPEG2000Library.h"
+#include "dcmutils/codec/D2JPEG2000Util.h"
 
 #include "dcmtk/dcmdata/dcdatset.h"
 #include "dcmtk/dcmdata/dcdeftag.h"

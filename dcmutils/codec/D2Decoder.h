@@ -16,7 +16,7 @@
 #include "dcmtk/dcmdata/dccodec.h"
 #include "dcmtk/ofstd/ofstring.h"
 
-#include "D2FrameInfo.h"
+#include "dcmutils/codec/D2FrameInfo.h"
 
 class D2CodecParameter;
 class D2CodestreamDecoder;

@@ -1,5 +1,5 @@
-#include "D2JPEG2000Library.h"
-#include "D2JPEG2000Util.h"
+#include "dcmutils/codec/D2JPEG2000Library.h"
+#include "dcmutils/codec/D2JPEG2000Util.h"
 
 #include "dcmtk/dcmdata/dcerror.h"
 

@@ -1,4 +1,4 @@
-#include "D2JPEG2000Util.h"
+#include "dcmutils/codec/D2JPEG2000Util.h"
 
 #include "dcmtk/dcmdata/dcerror.h"
 

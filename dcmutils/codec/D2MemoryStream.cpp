@@ -1,4 +1,4 @@
-#include "D2MemoryStream.h"
+#include "dcmutils/codec/D2MemoryStream.h"
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-#include "D2RepresentationParameter.h"
+#include "dcmutils/codec/D2RepresentationParameter.h"
 
 D2RepresentationParameter::D2RepresentationParameter(double rate, unsigned int psnr, bool lossless,
                                                      const std::string& comment, bool colorTransform)

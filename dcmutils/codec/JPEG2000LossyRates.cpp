@@ -1,4 +1,4 @@
-#include "JPEG2000LossyRates.h"
+#include "dcmutils/codec/JPEG2000LossyRates.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 

@@ -1,6 +1,6 @@
-#include "O2DecoderRegistration.h"
-#include "D2CodecParameter.h"
-#include "D2Decoder.h"
+#include "dcmutils/codec/O2DecoderRegistration.h"
+#include "dcmutils/codec/D2CodecParameter.h"
+#include "dcmutils/codec/D2Decoder.h"
 
 bool O2DecoderRegistration::registered_ = false;
 D2CodecParameter* O2DecoderRegistration::cp_ = NULL;

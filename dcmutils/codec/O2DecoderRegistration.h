@@ -4,7 +4,7 @@
 
 #include "dcmtk/config/osconfig.h"
 
-#include "D2JPEG2000Util.h"
+#include "dcmutils/codec/D2JPEG2000Util.h"
 
 class D2CodecParameter;
 class D2Decoder;

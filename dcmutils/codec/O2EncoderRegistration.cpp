@@ -1,6 +1,6 @@
-#include "O2EncoderRegistration.h"
-#include "D2CodecParameter.h"
-#include "D2Encoder.h"
+#include "dcmutils/codec/O2EncoderRegistration.h"
+#include "dcmutils/codec/D2CodecParameter.h"
+#include "dcmutils/codec/D2Encoder.h"
 
 bool O2EncoderRegistration::registered_ = false;
 D2CodecParameter* O2EncoderRegistration::cp_ = NULL;

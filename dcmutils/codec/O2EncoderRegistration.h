@@ -5,7 +5,7 @@
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/ofstd/oflist.h"
 
-#include "D2JPEG2000Util.h"
+#include "dcmutils/codec/D2JPEG2000Util.h"
 
 class D2CodecParameter;
 class D2Encoder;

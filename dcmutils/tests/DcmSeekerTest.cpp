@@ -1,5 +1,5 @@
 // Tests of the forward element cursor.
-#include "DcmSeeker.h"
+#include "dcmutils/DcmSeeker.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 #include "dcmtk/dcmdata/dcelem.h"

@@ -1,7 +1,7 @@
 // Tests of the dataset utilities: element copies, passing, UIDs, reading, safe writing, task files.
-#include "dcmutils.h"
+#include "dcmutils/dcmutils.h"
 
-#include "Fixtures.h"
+#include "tests/fixtures/Fixtures.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 #include "dcmtk/dcmdata/dcmetinf.h"

@@ -1,8 +1,8 @@
 // saveFileSynced: a write that fails at any point, the last buffered bytes included, is an
 // error with the system's reason (DcmFileFormat::saveFile loses a failure of its final flush).
-#include "dcmutils.h"
+#include "dcmutils/dcmutils.h"
 
-#include "Fixtures.h"
+#include "tests/fixtures/Fixtures.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 

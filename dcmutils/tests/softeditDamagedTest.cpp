@@ -1,9 +1,9 @@
 // Change datasets of damaged KqR files: the tag of a nested change sequence holding an element
 // of another VR is corrupted data, never taken for a sequence.
-#include "Fixtures.h"
-#include "KQItem.h"
-#include "KqRWriter.h"
-#include "softedit.h"
+#include "tests/fixtures/Fixtures.h"
+#include "privatetags/KQItem.h"
+#include "dcmutils/KqRWriter.h"
+#include "dcmutils/softedit.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 

@@ -1,8 +1,8 @@
 // Applying study, series and instance changes to a dataset in memory.
-#include "Fixtures.h"
-#include "KQItem.h"
-#include "KqRWriter.h"
-#include "softedit.h"
+#include "tests/fixtures/Fixtures.h"
+#include "privatetags/KQItem.h"
+#include "dcmutils/KqRWriter.h"
+#include "dcmutils/softedit.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 

@@ -1,9 +1,9 @@
 // Real files no one here wrote: every readable file of the pydicom corpus, whatever its
 // transfer syntax, equals itself.
-#include "ObjDiff.h"
+#include "objdiff/ObjDiff.h"
 
-#include "Capture.h"
-#include "Fixtures.h"
+#include "objdiff/tests/Capture.h"
+#include "tests/fixtures/Fixtures.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 

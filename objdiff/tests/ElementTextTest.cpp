@@ -1,4 +1,4 @@
-#include "ElementText.h"
+#include "objdiff/ElementText.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 #include "dcmtk/dcmdata/dcpxitem.h"

@@ -1,7 +1,7 @@
-#include "IgnoreTags.h"
+#include "objdiff/IgnoreTags.h"
 
-#include "Capture.h"
-#include "Fixtures.h"
+#include "objdiff/tests/Capture.h"
+#include "tests/fixtures/Fixtures.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 

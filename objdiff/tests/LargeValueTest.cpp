@@ -1,10 +1,10 @@
 // Long binary values compared and printed straight from their files, piece by piece.
-#include "ElementText.h"
-#include "ObjDiff.h"
-#include "ValueChunkReader.h"
+#include "objdiff/ElementText.h"
+#include "objdiff/ObjDiff.h"
+#include "objdiff/ValueChunkReader.h"
 
-#include "Capture.h"
-#include "Fixtures.h"
+#include "objdiff/tests/Capture.h"
+#include "tests/fixtures/Fixtures.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 #include "dcmtk/dcmdata/dcpxitem.h"

@@ -1,8 +1,8 @@
-#include "ObjDiff.h"
+#include "objdiff/ObjDiff.h"
 
-#include "Capture.h"
-#include "Fixtures.h"
-#include "KqRWriter.h"
+#include "objdiff/tests/Capture.h"
+#include "tests/fixtures/Fixtures.h"
+#include "dcmutils/KqRWriter.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 #include "dcmtk/dcmdata/dcpxitem.h"

@@ -1,6 +1,6 @@
 // The objdiff program, run as a user runs it.
-#include "Fixtures.h"
-#include "KqRWriter.h"
+#include "tests/fixtures/Fixtures.h"
+#include "dcmutils/KqRWriter.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 

@@ -1,7 +1,7 @@
 // convertPrivateTags run as a program: exit status, exact messages, and files on failure.
-#include "KQTestSupport.h"
+#include "privatetags/tests/KQTestSupport.h"
 
-#include "Fixtures.h"
+#include "tests/fixtures/Fixtures.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 #include "dcmtk/dcmdata/dcfilefo.h"

@@ -1,5 +1,5 @@
 // Finding and reserving the block, the accessors and element insertion.
-#include "KQTestSupport.h"
+#include "privatetags/tests/KQTestSupport.h"
 
 #include "dcmtk/dcmdata/dcdatset.h"
 #include "dcmtk/dcmdata/dcdeftag.h"

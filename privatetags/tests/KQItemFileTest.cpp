@@ -1,8 +1,8 @@
 // The private block through files: the dictionary's VRs in implicit VR, and the conversion
 // of whole files.
-#include "KQTestSupport.h"
+#include "privatetags/tests/KQTestSupport.h"
 
-#include "Fixtures.h"
+#include "tests/fixtures/Fixtures.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 #include "dcmtk/dcmdata/dcfilefo.h"

@@ -1,5 +1,5 @@
 // The legacy key map and the tag conversions built on it.
-#include "KQTestSupport.h"
+#include "privatetags/tests/KQTestSupport.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Moving legacy and canonical-block elements into the item's block, and the walkers over
 // nested items.
-#include "KQTestSupport.h"
+#include "privatetags/tests/KQTestSupport.h"
 
 #include "dcmtk/dcmdata/dcdatset.h"
 #include "dcmtk/dcmdata/dcdeftag.h"

@@ -2,8 +2,8 @@
 #ifndef KQTESTSUPPORT_H
 #define KQTESTSUPPORT_H
 
-#include "KQItem.h"
-#include "KQLog.h"
+#include "privatetags/KQItem.h"
+#include "privatetags/KQLog.h"
 
 #include "dcmtk/dcmdata/dcitem.h"
 

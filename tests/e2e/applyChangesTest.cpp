@@ -1,7 +1,7 @@
 // Runs the built applyChanges program on generated studies and on real objects.
-#include "Fixtures.h"
-#include "KQItem.h"
-#include "KqRWriter.h"
+#include "tests/fixtures/Fixtures.h"
+#include "privatetags/KQItem.h"
+#include "dcmutils/KqRWriter.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 

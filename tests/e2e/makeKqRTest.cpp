@@ -1,7 +1,7 @@
 // Runs the built makeKqR program.
-#include "Fixtures.h"
-#include "KQItem.h"
-#include "softedit.h"
+#include "tests/fixtures/Fixtures.h"
+#include "privatetags/KQItem.h"
+#include "dcmutils/softedit.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 

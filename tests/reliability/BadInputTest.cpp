@@ -4,10 +4,10 @@
 // or 1, no signal), a failure is one clear line of its own followed by its closing line, and an
 // object it fails on stays byte-identical; an object it accepts is completely and correctly
 // edited.
-#include "ReliabilitySupport.h"
+#include "tests/reliability/ReliabilitySupport.h"
 
-#include "Fixtures.h"
-#include "KqRWriter.h"
+#include "tests/fixtures/Fixtures.h"
+#include "dcmutils/KqRWriter.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 

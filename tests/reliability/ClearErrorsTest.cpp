@@ -2,11 +2,11 @@
 // write (run as an unprivileged user), names and paths longer than the system allows, and a
 // study directory that is moved or removed while the walk is under way. Each ends with the
 // driver's exact messages and exit status 1, and leaves the objects intact.
-#include "ReliabilitySupport.h"
-#include "StudyBuilder.h"
+#include "tests/reliability/ReliabilitySupport.h"
+#include "tests/reliability/StudyBuilder.h"
 
-#include "Fixtures.h"
-#include "KqRWriter.h"
+#include "tests/fixtures/Fixtures.h"
+#include "dcmutils/KqRWriter.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 

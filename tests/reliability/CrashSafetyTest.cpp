@@ -1,10 +1,10 @@
 // applyChanges -d killed with SIGKILL at many moments of a run over a study of 40 objects: every
 // object must be byte-identical to its original or completely and correctly edited, none missing
 // or truncated, and a new run must finish the job.
-#include "ReliabilitySupport.h"
-#include "StudyBuilder.h"
+#include "tests/reliability/ReliabilitySupport.h"
+#include "tests/reliability/StudyBuilder.h"
 
-#include "Fixtures.h"
+#include "tests/fixtures/Fixtures.h"
 
 #include <gtest/gtest.h>
 

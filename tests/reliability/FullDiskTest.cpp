@@ -5,10 +5,10 @@
 // written temporary file of the failed save, which the driver deliberately keeps in .tmp (it is
 // named after the process and the object, and the directory walk skips .tmp; operators remove
 // such leftovers once no run is active).
-#include "ReliabilitySupport.h"
-#include "StudyBuilder.h"
+#include "tests/reliability/ReliabilitySupport.h"
+#include "tests/reliability/StudyBuilder.h"
 
-#include "Fixtures.h"
+#include "tests/fixtures/Fixtures.h"
 
 #include <gtest/gtest.h>
 

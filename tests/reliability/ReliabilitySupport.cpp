@@ -1,9 +1,9 @@
 // Support of the reliability tests.
-#include "ReliabilitySupport.h"
+#include "tests/reliability/ReliabilitySupport.h"
 
-#include "Fixtures.h"
-#include "KQItem.h"
-#include "softedit.h"
+#include "tests/fixtures/Fixtures.h"
+#include "privatetags/KQItem.h"
+#include "dcmutils/softedit.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 #include "dcmtk/oflog/oflog.h"

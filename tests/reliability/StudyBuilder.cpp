@@ -1,8 +1,8 @@
 // The studies the reliability tests edit.
-#include "StudyBuilder.h"
+#include "tests/reliability/StudyBuilder.h"
 
-#include "Fixtures.h"
-#include "KqRWriter.h"
+#include "tests/fixtures/Fixtures.h"
+#include "dcmutils/KqRWriter.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 

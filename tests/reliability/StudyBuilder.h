@@ -3,7 +3,7 @@
 #ifndef STUDYBUILDER_H
 #define STUDYBUILDER_H
 
-#include "ReliabilitySupport.h"
+#include "tests/reliability/ReliabilitySupport.h"
 
 #include <string>
 #include <vector>

@@ -6,11 +6,11 @@
 //
 // Usage: bench_jpeg2000 <workdir> <seconds per codestream> [<JPEG 2000 DICOM file>...]
 // Output, one line per codestream: <file> <columns> <rows> <samples> <bytes/sample> <MB/s>
-#include "D2CodecParameter.h"
-#include "D2CodestreamDecoder.h"
-#include "D2CodestreamEncoder.h"
-#include "D2JPEG2000Library.h"
-#include "D2RepresentationParameter.h"
+#include "dcmutils/codec/D2CodecParameter.h"
+#include "dcmutils/codec/D2CodestreamDecoder.h"
+#include "dcmutils/codec/D2CodestreamEncoder.h"
+#include "dcmutils/codec/D2JPEG2000Library.h"
+#include "dcmutils/codec/D2RepresentationParameter.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 #include "dcmtk/dcmdata/dcpixseq.h"

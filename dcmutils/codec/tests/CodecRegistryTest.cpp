@@ -1,6 +1,6 @@
-#include "CodecRegistry.h"
-#include "D2RepresentationParameter.h"
-#include "JPEG2000LossyRates.h"
+#include "dcmutils/codec/CodecRegistry.h"
+#include "dcmutils/codec/D2RepresentationParameter.h"
+#include "dcmutils/codec/JPEG2000LossyRates.h"
 
 #include "dcmtk/dcmdata/dccodec.h"
 #include "dcmtk/dcmdata/dcdeftag.h"

@@ -1,11 +1,11 @@
 // Round trips through the JPEG 2000 encoder and decoder, and decoding of JPEG 2000 objects
 // written by other toolkits, compared with GDCM (gdcmconv) as an independent decoder.
-#include "CodecRegistry.h"
-#include "D2RepresentationParameter.h"
-#include "O2EncoderRegistration.h"
+#include "dcmutils/codec/CodecRegistry.h"
+#include "dcmutils/codec/D2RepresentationParameter.h"
+#include "dcmutils/codec/O2EncoderRegistration.h"
 
-#include "CodecTestSupport.h"
-#include "Fixtures.h"
+#include "dcmutils/codec/tests/CodecTestSupport.h"
+#include "tests/fixtures/Fixtures.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 

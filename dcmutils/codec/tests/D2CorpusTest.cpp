@@ -1,9 +1,9 @@
 // JPEG 2000 objects written by other toolkits decode to the same samples as GDCM's decoder
 // (gdcmconv --raw), an independent implementation.
-#include "CodecRegistry.h"
+#include "dcmutils/codec/CodecRegistry.h"
 
-#include "CodecTestSupport.h"
-#include "Fixtures.h"
+#include "dcmutils/codec/tests/CodecTestSupport.h"
+#include "tests/fixtures/Fixtures.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 

@@ -1,12 +1,12 @@
 // Damaged codestreams and objects whose header does not match their codestream give a clear
 // error, never a crash (these tests are meant to run under AddressSanitizer too).
-#include "CodecRegistry.h"
-#include "D2CodecParameter.h"
-#include "D2CodestreamDecoder.h"
-#include "D2JPEG2000Library.h"
+#include "dcmutils/codec/CodecRegistry.h"
+#include "dcmutils/codec/D2CodecParameter.h"
+#include "dcmutils/codec/D2CodestreamDecoder.h"
+#include "dcmutils/codec/D2JPEG2000Library.h"
 
-#include "CodecTestSupport.h"
-#include "Fixtures.h"
+#include "dcmutils/codec/tests/CodecTestSupport.h"
+#include "tests/fixtures/Fixtures.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 

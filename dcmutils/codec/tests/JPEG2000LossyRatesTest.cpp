@@ -1,6 +1,6 @@
-#include "JPEG2000LossyRates.h"
+#include "dcmutils/codec/JPEG2000LossyRates.h"
 
-#include "Fixtures.h"
+#include "tests/fixtures/Fixtures.h"
 
 #include <gtest/gtest.h>
 

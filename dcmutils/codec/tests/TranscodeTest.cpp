@@ -1,8 +1,8 @@
 // The transcode program, run as built.
-#include "CodecRegistry.h"
+#include "dcmutils/codec/CodecRegistry.h"
 
-#include "CodecTestSupport.h"
-#include "Fixtures.h"
+#include "dcmutils/codec/tests/CodecTestSupport.h"
+#include "tests/fixtures/Fixtures.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 
