@@ -144,14 +144,18 @@ TEST(ApplyChangesObject, ChangesOneObjectAndKeepsEverythingElse)
     // the replacement keeps the object's permissions and owner
     ASSERT_EQ(0, chmod(dir.file("IM1").c_str(), 0640));
     if (getuid() == 0)
+    {
         ASSERT_EQ(0, chown(dir.file("IM1").c_str(), 65534, 65534));
+    }
     r = applyChanges({"-p", kqr, "-o", dir.file("IM1")});
     EXPECT_EQ(0, r.status) << r.err;
     struct stat st;
     ASSERT_EQ(0, stat(dir.file("IM1").c_str(), &st));
     EXPECT_EQ(0640u, st.st_mode & 07777);
     if (getuid() == 0)
+    {
         EXPECT_EQ(65534u, st.st_uid);
+    }
 
     r = run({"/usr/bin/python3", std::string(KQ_E2E_DIR) + "/dataset_diff.py", dir.file("orig"), dir.file("IM1"),
              "0010,0010=Doe^Jane", "0010,0020=NEWID"});
@@ -180,30 +184,15 @@ TEST(ApplyChangesObject, FailuresLeaveTheObjectByteIdentical)
     EXPECT_EQ(1, r.status);
     EXPECT_EQ("Temporary directory could not be created: /nonexistent-kq/dir/.tmp\n", r.err);
 
-    // the temporary file cannot be written: .tmp is a dangling link
+    // .tmp is a link (here dangling): nothing is written through it
     ASSERT_EQ(0, rmdir(dir.file(".tmp").c_str()));
     ASSERT_EQ(0, symlink("/nonexistent-kq/target", dir.file(".tmp").c_str()));
     r = applyChanges({"-p", kqr, "-o", dir.file("IM1")});
     EXPECT_EQ(1, r.status);
-    const std::string tempPrefix = dir.file(".tmp/.applychanges");
-    EXPECT_EQ(0u, r.err.find("Error saving to temp file " + tempPrefix)) << r.err;
-    EXPECT_NE(std::string::npos, r.err.find(".IM1 [")) << r.err;
-    EXPECT_EQ(original, readFile(dir.file("IM1")));
-    unlink(dir.file(".tmp").c_str());
-
-    // the rename fails: .tmp lies on another file system
-    TempDir other;
-    std::string shm = "/dev/shm/kqtest." + std::to_string(getpid());
-    ASSERT_EQ(0, mkdir(shm.c_str(), 0755));
-    ASSERT_EQ(0, symlink(shm.c_str(), dir.file(".tmp").c_str()));
-    r = applyChanges({"-p", kqr, "-o", dir.file("IM1")});
-    EXPECT_EQ(1, r.status);
-    EXPECT_EQ("Error moving modified file to it's final place for " + dir.file("IM1") +
-                  "\nApplying soft edit changes to object failed: " + dir.file("IM1") + "\n",
+    EXPECT_EQ("Temporary directory is not a directory (a symbolic link or a file is in its place): " +
+                  dir.file(".tmp") + "\n",
               r.err);
     EXPECT_EQ(original, readFile(dir.file("IM1")));
-    EXPECT_TRUE(listDir(shm).empty());
-    rmdir(shm.c_str());
     unlink(dir.file(".tmp").c_str());
 
     // a change that cannot be copied (OB)
@@ -387,6 +376,16 @@ TEST(ApplyChangesCorpus, RealObjectsOfEveryTransferSyntaxAndKind)
         const std::string target = dir.file(name);
         ASSERT_TRUE(writeFile(target, readFile(source)));
         RunResult r = applyChanges({"-p", dir.file("edit.kqr"), "-o", target});
+        if (std::string(name) == "rtplan.dcm" || std::string(name) == "rtdose.dcm")
+        {
+            // their meta headers name another SOP instance than their datasets: a new meta header
+            // would change the object's identity, so the written object fails verification
+            EXPECT_EQ(1, r.status);
+            EXPECT_EQ(0u, r.err.find("! (0002,0003) MediaStorageSOPInstanceUID differs in the written meta header"))
+                << r.err;
+            EXPECT_EQ(readFile(source), readFile(target));
+            continue;
+        }
         ASSERT_EQ(0, r.status) << r.err;
 
         DcmFileFormat original;

@@ -52,7 +52,8 @@ std::string objectFailureReport(const std::string& err, const std::string& path)
                                   "Error applying soft edit changes to " + path + " [",
                                   "Error saving to temp file ",
                                   "Objects differ after applying soft edit changes for " + path + "[",
-                                  "Error moving modified file to it's final place for " + path};
+                                  "Error moving modified file to it's final place for " + path,
+                                  "Refusing to edit " + path + ": "};
     int causeLines = 0;
     for (size_t i = 0; i + 1 < lines.size(); ++i)
     {
@@ -324,7 +325,9 @@ TEST(BadInput, DamagedKqRFiles)
             const std::string err = withoutToolkitLog(outcome.err);
             const bool kqrError = err == "Error loading KqR file " + kqr + "\n" ||
                                   err == "Error reading KqR file " + kqr + "\n" ||
-                                  err == "Error checking soft edit changes in KqR file " + kqr + "\n";
+                                  err == "Error checking soft edit changes in KqR file " + kqr + "\n" ||
+                                  (startsWith(err, "Refusing the soft edit changes of KqR file " + kqr + ": ") &&
+                                   linesOf(err).size() == 1);
             if (!kqrError && !objectFailureReport(outcome.err, object).empty())
                 problems.push_back(label + ": unclear error: " + outcome.err);
             continue;

@@ -75,6 +75,9 @@ TEST(ClearErrors, StudyDirectoryThatMayNotBeWritten)
     ASSERT_TRUE(s.ok);
     const std::string dir = s.directory;
     const std::string first = dir + "/" + s.order[0];
+    // the objects may be written by the user (a read-only object is refused before any of this)
+    for (const std::string& name : s.order)
+        ASSERT_EQ(0, chmod((dir + "/" + name).c_str(), 0666));
 
     // no .tmp, and none can be made
     ASSERT_EQ(0, chmod(dir.c_str(), 0555));
@@ -114,7 +117,7 @@ TEST(ClearErrors, StudyDirectoryThatMayNotBeWritten)
     outcome = applyChanges({"-p", s.kqr, "-o", first}, user);
     EXPECT_TRUE(outcome.exited && outcome.status == 1) << outcome.describe();
     EXPECT_EQ("Error loading " + first + " [Permission denied]\n" + failedLine(first), outcome.err);
-    ASSERT_EQ(0, chmod(first.c_str(), 0644));
+    ASSERT_EQ(0, chmod(first.c_str(), 0666));
     expectAllOriginal(s.study, dir);
 
     // a KqR file that may not be read

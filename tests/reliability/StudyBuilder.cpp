@@ -13,7 +13,7 @@ namespace reliability {
 std::vector<std::string> crashCorpusFiles()
 {
     return {"CT_small.dcm", "MR_small_bigendian.dcm", "JPEG2000.dcm", "MR_small_RLE.dcm",
-            "image_dfl.dcm", "test-SR.dcm",           "rtplan.dcm",   "SC_rgb_jpeg_dcmtk.dcm"};
+            "image_dfl.dcm", "test-SR.dcm",           "rtstruct.dcm",   "SC_rgb_jpeg_dcmtk.dcm"};
 }
 
 static std::string seriesOf(const std::string& path)

@@ -1,0 +1,113 @@
+#include "applychanges/WrittenObjectCheck.h"
+
+#include "objdiff/ValueChunkReader.h"
+
+#include "dcmtk/dcmdata/dcdeftag.h"
+#include "dcmtk/dcmdata/dcmetinf.h"
+#include "dcmtk/dcmdata/dcpixel.h"
+#include "dcmtk/dcmdata/dcpixseq.h"
+#include "dcmtk/dcmdata/dcpxitem.h"
+#include "dcmtk/dcmdata/dcxfer.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iostream>
+
+namespace {
+
+bool wasModified(const std::list<DcmTagKey>& modified, const DcmTagKey& key)
+{
+    return std::find(modified.begin(), modified.end(), key) != modified.end();
+}
+
+// One meta header element: the written value must be the original's, or the dataset's value of
+// its counterpart when the edit set that.
+bool checkMetaElement(DcmFileFormat& original, DcmFileFormat& written, const DcmTagKey& metaKey,
+                      const DcmTagKey& datasetKey, const std::list<DcmTagKey>& modified)
+{
+    OFString expected;
+    if (original.getMetaInfo()->findAndGetOFStringArray(metaKey, expected).bad())
+        return true; // the original had none to keep
+    if (datasetKey != DcmTagKey() && wasModified(modified, datasetKey))
+        written.getDataset()->findAndGetOFStringArray(datasetKey, expected);
+    OFString actual;
+    written.getMetaInfo()->findAndGetOFStringArray(metaKey, actual);
+    if (actual == expected)
+        return true;
+    DcmTag tag(metaKey);
+    std::cerr << "! " << metaKey << " " << tag.getTagName() << " differs in the written meta header (" << expected
+              << " != " << actual << ")" << std::endl;
+    return false;
+}
+
+DcmPixelSequence* pixelSequence(DcmFileFormat& file)
+{
+    DcmElement* element = nullptr;
+    if (file.getDataset()->findAndGetElement(DCM_PixelData, element, OFFalse).bad() || !element ||
+        element->ident() != EVR_PixelData)
+        return nullptr;
+    DcmPixelData* pixels = OFstatic_cast(DcmPixelData*, element);
+    E_TransferSyntax xfer = EXS_Unknown;
+    const DcmRepresentationParameter* parameter = nullptr;
+    pixels->getCurrentRepresentationKey(xfer, parameter);
+    if (!DcmXfer(xfer).isEncapsulated())
+        return nullptr;
+    DcmPixelSequence* sequence = nullptr;
+    if (pixels->getEncapsulatedRepresentation(xfer, parameter, sequence).bad())
+        return nullptr;
+    return sequence;
+}
+
+bool sameBytes(DcmPixelItem* first, DcmPixelItem* second)
+{
+    if (first->getLength() != second->getLength())
+        return false;
+    ValueChunkReader firstReader(first);
+    ValueChunkReader secondReader(second);
+    Uint8* firstPiece = ValueChunkReader::scratch(0);
+    Uint8* secondPiece = ValueChunkReader::scratch(1);
+    while (firstReader.remaining() > 0)
+    {
+        const Uint32 count = std::min(firstReader.remaining(), ValueChunkReader::CHUNK_SIZE);
+        if (!firstReader.read(firstPiece, count) || !secondReader.read(secondPiece, count) ||
+            memcmp(firstPiece, secondPiece, count) != 0)
+            return false;
+    }
+    return true;
+}
+
+bool checkFragments(DcmFileFormat& original, DcmFileFormat& written)
+{
+    DcmPixelSequence* first = pixelSequence(original);
+    if (!first)
+        return true; // native pixel data is compared as a value by the comparison
+    DcmPixelSequence* second = pixelSequence(written);
+    if (!second || first->card() != second->card())
+    {
+        std::cerr << "! " << DCM_PixelData << " Number of pixel items differs in the written object ("
+                  << first->card() << " != " << (second ? second->card() : 0) << ")" << std::endl;
+        return false;
+    }
+    for (unsigned long i = 0; i < first->card(); ++i)
+    {
+        DcmPixelItem* firstItem = nullptr;
+        DcmPixelItem* secondItem = nullptr;
+        if (first->getItem(firstItem, i).bad() || second->getItem(secondItem, i).bad() ||
+            !sameBytes(firstItem, secondItem))
+        {
+            std::cerr << "! Pixel Item (" << i << ") differs in the written object" << std::endl;
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+bool checkWrittenObject(DcmFileFormat& original, DcmFileFormat& written, const std::list<DcmTagKey>& modified)
+{
+    return checkMetaElement(original, written, DCM_MediaStorageSOPClassUID, DCM_SOPClassUID, modified) &&
+           checkMetaElement(original, written, DCM_MediaStorageSOPInstanceUID, DCM_SOPInstanceUID, modified) &&
+           checkMetaElement(original, written, DCM_TransferSyntaxUID, DcmTagKey(), modified) &&
+           checkFragments(original, written);
+}

@@ -1,0 +1,51 @@
+// Checks that refuse soft edit changes which can only damage objects, before any object is
+// touched: file meta information and pixel data elements, public attributes whose VR contradicts
+// the data dictionary, and a SOP Instance UID above instance level (it would give every object of
+// the study or series the same identity).
+#ifndef DCMUTILS_CHANGESETCHECK_H
+#define DCMUTILS_CHANGESETCHECK_H
+
+#include "dcmtk/config/osconfig.h"
+#include "dcmtk/dcmdata/dcdatset.h"
+#include "dcmtk/dcmdata/dcelem.h"
+
+#include <string>
+
+/// The level of a change set at which an attribute is set.
+enum CHANGE_LEVEL
+{
+    /// the change item: every object of the study
+    CL_STUDY,
+    /// a series item: every object of one series
+    CL_SERIES,
+    /// an instance item: one object
+    CL_INSTANCE
+};
+
+/** Why an attribute with this tag and VR may not be set by a soft edit at this level.
+ *  @param key the attribute's tag
+ *  @param vr the VR the attribute carries
+ *  @param level where in the change set it stands
+ *  @return empty when the attribute may be set; otherwise one line naming the attribute and the
+ *    reason, e.g. "(7fe0,0010) PixelData: pixel data cannot be changed by a soft edit"
+ */
+std::string changeRefusal(const DcmTagKey& key, DcmEVR vr, CHANGE_LEVEL level);
+
+/** Checks every attribute of a KqR file's change item, its series items and their instance items
+ *  (the levels that applyModifications copies), and the VR of every public attribute nested in
+ *  their sequences.
+ *  @param changes the KqR dataset; not changed
+ *  @param reason set to the first refusal's text when the result is false
+ *  @return true when every attribute may be applied; a KqR file without changes passes
+ */
+bool checkChangeSet(DcmDataset& changes, std::string& reason);
+
+/** True when an element's VR is one the data dictionary allows for its tag; elements of private
+ *  groups, tags unknown to the dictionary and VR UN always are.
+ */
+bool hasDictionaryVR(const DcmTagKey& key, DcmEVR vr);
+
+/** "(gggg,eeee) Keyword" for messages, or just the tag for a tag the dictionary does not know. */
+std::string tagName(const DcmTagKey& key);
+
+#endif
