@@ -15,10 +15,16 @@ pkg_check_modules(OPENJPEG REQUIRED IMPORTED_TARGET libopenjp2)
 find_package(GTest REQUIRED)
 find_package(Threads REQUIRED)
 
-# Adds a GoogleTest executable registered with CTest.
+# Adds a GoogleTest executable registered with CTest. With KQ_DICTIONARY the "KQ group A"
+# dictionary entries are registered before the tests run, as the programs do at start-up.
 function(kq_add_test name)
-  add_executable(${name} ${ARGN})
+  cmake_parse_arguments(ARG "KQ_DICTIONARY" "" "" ${ARGN})
+  add_executable(${name} ${ARG_UNPARSED_ARGUMENTS})
   target_link_libraries(${name} PRIVATE kq_fixtures GTest::gtest Threads::Threads)
+  if(ARG_KQ_DICTIONARY)
+    target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/fixtures/dictionary/KQDictionarySetUp.cpp)
+    target_link_libraries(${name} PRIVATE privatetags)
+  endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
     PROPERTIES ENVIRONMENT "KQ_BIN_DIR=${CMAKE_BINARY_DIR}/bin")
 endfunction()

@@ -10,21 +10,16 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <grp.h>
 #include <poll.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <sstream>
-#include <thread>
 
 namespace reliability {
 
@@ -36,181 +31,7 @@ struct QuietToolkit
     QuietToolkit() { OFLog::configure(OFLogger::FATAL_LOG_LEVEL); }
 } quietToolkit;
 
-std::string makeScratchDirectory(const char* prefix)
-{
-    std::string pattern = std::string("/tmp/") + prefix + ".XXXXXX";
-    std::vector<char> buffer(pattern.begin(), pattern.end());
-    buffer.push_back('\0');
-    const char* made = mkdtemp(buffer.data());
-    return made ? made : "";
-}
-
-void writeAll(int fd, const char* text)
-{
-    const ssize_t ignored = write(fd, text, strlen(text));
-    (void)ignored;
-}
-
 } // namespace
-
-std::string Outcome::describe() const
-{
-    std::ostringstream text;
-    if (timedOut)
-        text << "timed out";
-    else if (exited)
-        text << "exit " << status;
-    else if (signal != 0)
-        text << "signal " << signal << " (" << strsignal(signal) << ")";
-    else
-        text << "not run";
-    text << "; stderr: " << err;
-    return text.str();
-}
-
-Launched::Launched()
-    : m_pid(-1)
-    , m_reaped(false)
-    , m_rawStatus(0)
-{
-}
-
-Launched::~Launched()
-{
-    if (m_pid > 0 && !m_reaped)
-    {
-        ::kill(m_pid, SIGKILL);
-        int status = 0;
-        waitpid(m_pid, &status, 0);
-    }
-    if (!m_scratch.empty())
-        removeTree(m_scratch);
-}
-
-bool Launched::start(const std::vector<std::string>& argv, const LaunchOptions& options)
-{
-    if (argv.empty() || m_pid > 0)
-        return false;
-    m_scratch = makeScratchDirectory("kqrun");
-    if (m_scratch.empty())
-        return false;
-    const std::string outPath = m_scratch + "/out";
-    const std::string errPath = m_scratch + "/err";
-    std::vector<char*> args;
-    for (const std::string& a : argv)
-        args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-
-    const pid_t pid = fork();
-    if (pid < 0)
-        return false;
-    if (pid == 0)
-    {
-        const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        if (out < 0 || err < 0)
-            _exit(127);
-        dup2(out, 1);
-        dup2(err, 2);
-        close(out);
-        close(err);
-        if (options.fileSizeLimit != RLIM_INFINITY)
-        {
-            signal(SIGXFSZ, SIG_IGN);
-            struct rlimit limit;
-            limit.rlim_cur = options.fileSizeLimit;
-            limit.rlim_max = options.fileSizeLimit;
-            if (setrlimit(RLIMIT_FSIZE, &limit) != 0)
-            {
-                writeAll(2, "setrlimit failed\n");
-                _exit(125);
-            }
-        }
-        if (options.unprivileged && geteuid() == 0)
-        {
-            if (setgroups(0, nullptr) != 0 || setresgid(UNPRIVILEGED_ID, UNPRIVILEGED_ID, UNPRIVILEGED_ID) != 0 ||
-                setresuid(UNPRIVILEGED_ID, UNPRIVILEGED_ID, UNPRIVILEGED_ID) != 0)
-            {
-                writeAll(2, "cannot switch to the unprivileged user\n");
-                _exit(125);
-            }
-        }
-        execv(args[0], args.data());
-        writeAll(2, "exec failed\n");
-        _exit(127);
-    }
-    m_pid = pid;
-    m_reaped = false;
-    return true;
-}
-
-void Launched::reap(int rawStatus)
-{
-    m_reaped = true;
-    m_rawStatus = rawStatus;
-}
-
-bool Launched::running()
-{
-    if (m_pid <= 0 || m_reaped)
-        return false;
-    int status = 0;
-    const pid_t done = waitpid(m_pid, &status, WNOHANG);
-    if (done == m_pid)
-    {
-        reap(status);
-        return false;
-    }
-    return done == 0;
-}
-
-void Launched::kill(int signal)
-{
-    if (m_pid > 0 && !m_reaped)
-        ::kill(m_pid, signal);
-}
-
-Outcome Launched::wait(double timeoutSeconds)
-{
-    Outcome outcome;
-    if (m_pid <= 0)
-        return outcome;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(timeoutSeconds);
-    while (running())
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            ::kill(m_pid, SIGKILL);
-            int status = 0;
-            waitpid(m_pid, &status, 0);
-            reap(status);
-            outcome.timedOut = true;
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    if (!outcome.timedOut)
-    {
-        if (WIFEXITED(m_rawStatus))
-        {
-            outcome.exited = true;
-            outcome.status = WEXITSTATUS(m_rawStatus);
-        }
-        else if (WIFSIGNALED(m_rawStatus))
-            outcome.signal = WTERMSIG(m_rawStatus);
-    }
-    outcome.out = fixtures::readFile(m_scratch + "/out");
-    outcome.err = fixtures::readFile(m_scratch + "/err");
-    return outcome;
-}
-
-Outcome runProgram(const std::vector<std::string>& argv, const LaunchOptions& options, double timeoutSeconds)
-{
-    Launched launched;
-    if (!launched.start(argv, options))
-        return Outcome();
-    return launched.wait(timeoutSeconds);
-}
 
 std::string applyChangesPath()
 {

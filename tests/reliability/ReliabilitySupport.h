@@ -4,11 +4,10 @@
 #ifndef RELIABILITYSUPPORT_H
 #define RELIABILITYSUPPORT_H
 
+#include "tests/fixtures/ProcessRunner.h"
+
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcfilefo.h"
-
-#include <sys/resource.h>
-#include <sys/types.h>
 
 #include <map>
 #include <string>
@@ -33,57 +32,12 @@ inline int trials(int count)
 #endif
 }
 
-// The user the tests switch to when run as root to see permission errors.
-const uid_t UNPRIVILEGED_ID = 65534;
-
-struct LaunchOptions
-{
-    // RLIMIT_FSIZE of the program; SIGXFSZ is ignored so that writes past it fail with EFBIG.
-    rlim_t fileSizeLimit = RLIM_INFINITY;
-    // Run as UNPRIVILEGED_ID with no supplementary groups (only when running as root).
-    bool unprivileged = false;
-};
-
-// How a program ended, with what it wrote.
-struct Outcome
-{
-    bool exited = false; // exited normally; status holds the exit status
-    int status = -1;
-    int signal = 0; // the signal that ended it, 0 if none
-    bool timedOut = false;
-    std::string out;
-    std::string err;
-    // One line for test messages: "exit 1", "signal 11", "timed out", and standard error.
-    std::string describe() const;
-};
-
-// A started program whose standard output and error go to files until it is reaped.
-class Launched
-{
-public:
-    Launched();
-    ~Launched();
-    bool start(const std::vector<std::string>& argv, const LaunchOptions& options = LaunchOptions());
-    pid_t pid() const { return m_pid; }
-    // True while the program has not ended (reaps it when it has).
-    bool running();
-    void kill(int signal);
-    // Waits for the end (killing the program after timeoutSeconds) and collects its output.
-    Outcome wait(double timeoutSeconds = 300.0);
-
-private:
-    Launched(const Launched&);
-    Launched& operator=(const Launched&);
-    void reap(int rawStatus);
-
-    pid_t m_pid;
-    bool m_reaped;
-    int m_rawStatus;
-    std::string m_scratch;
-};
-
-Outcome runProgram(const std::vector<std::string>& argv, const LaunchOptions& options = LaunchOptions(),
-                   double timeoutSeconds = 300.0);
+// The program runner is shared with the other tests.
+using fixtures::LaunchOptions;
+using fixtures::Launched;
+using fixtures::Outcome;
+using fixtures::UNPRIVILEGED_ID;
+using fixtures::runProgram;
 
 // Path of applyChanges and a run of it with the given arguments.
 std::string applyChangesPath();

@@ -1,7 +1,6 @@
 // End to end: a KqR file recorded at one UTC offset, applied by applyChanges to a study whose
 // objects sit at different offsets, writes each object's values in its own offset.
 #include "tests/fixtures/Fixtures.h"
-#include "datetime/tests/TimeZoneGuard.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 
@@ -30,9 +29,7 @@ std::string dateTime(const std::string& path, const DcmTagKey& date, const DcmTa
 
 TEST(ApplyChangesOffsets, EachObjectGetsTheValuesInItsOwnOffset)
 {
-    TimeZoneGuard guard;
-    setenv("TZ", "XXX+3", 1); // the local zone of the programs run below
-    tzset();
+    ScopedEnv zone("TZ", "XXX+3"); // the local zone of the programs run below
 
     TempDir kqrDir;
     TempDir study;
