@@ -120,9 +120,21 @@ OFCondition saveFileSynced(DcmFileFormat& file, const char* path, E_TransferSynt
 {
     if (path == NULL || *path == '\0')
         return EC_InvalidFilename;
-    FILE* out = fopen(path, "wb");
-    if (out == NULL)
+    // The file is created new: a stale entry of that name (left by a killed run whose process id
+    // came round again, or a link planted there) is removed first, and links are not followed, so
+    // nothing is ever written through a link into another file.
+    if (unlink(path) != 0 && errno != ENOENT)
         return systemError(errno);
+    const int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (fd < 0)
+        return systemError(errno);
+    FILE* out = fdopen(fd, "wb");
+    if (out == NULL)
+    {
+        const int error = errno;
+        close(fd);
+        return systemError(error);
+    }
     // The stream closes the file when it goes; everything is flushed and synced before that.
     DcmOutputFileStream stream(out);
     DcmWriteCache cache;

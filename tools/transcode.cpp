@@ -1,8 +1,10 @@
 // transcode: re-encodes the pixel data of a DICOM file into another transfer syntax through
 // the archive's codec registry. JPEG 2000 lossy output takes the rate configured for the
 // object's modality in $CONF/jpeg2000lossy.conf. The result is written beside the output under
-// a temporary name and renamed into place, so a failed run leaves no output behind.
+// a temporary name, synced and renamed into place, so a failed run leaves no output behind and a
+// finished one survives a crash.
 #include "dcmutils/codec/CodecRegistry.h"
+#include "dcmutils/dcmutils.h"
 #include "dcmutils/codec/JPEG2000LossyRates.h"
 #include "privatetags/KQDictionary.h"
 
@@ -12,6 +14,7 @@
 #include "dcmtk/dcmdata/dcxfer.h"
 #include "dcmtk/oflog/oflog.h"
 
+#include <libgen.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -78,8 +81,9 @@ int transcode(DcmFileFormat& file, const char* in, const char* out, E_TransferSy
     if (cond.bad())
         return fail(std::string("cannot encode ") + in + " as " + to.getXferName(), cond);
 
-    cond = file.saveFile(temporary.c_str(), xfer, EET_ExplicitLength, EGL_recalcGL, EPD_noChange, 0, 0,
-                         EWM_fileformat);
+    // created new (never written through a link) and on disk before the rename makes it the output
+    cond = saveFileSynced(file, temporary.c_str(), xfer, EET_ExplicitLength, EGL_recalcGL, EPD_noChange, 0, 0,
+                          EWM_fileformat);
     if (cond.bad())
     {
         unlink(temporary.c_str());
@@ -147,6 +151,8 @@ int main(int argc, char* argv[])
         unlink(temporary.c_str());
         return fail(std::string("cannot rename ") + temporary + " to " + out + ": " + strerror(error));
     }
+    std::string directory(out);
+    syncDirectory(dirname(&directory[0]));
     if (verbose)
         printf("Wrote %s\n", out);
     return 0;
