@@ -112,3 +112,25 @@ DcmDataset* ChangeSetCharset::changesFor(const OFString& objectCharset, std::str
     m_converted[to] = std::move(copy);
     return result;
 }
+
+bool isPlainASCII(const std::string& text)
+{
+    return isASCII(text.data(), Uint32(text.size()));
+}
+
+bool isValidUTF8(const std::string& text)
+{
+    size_t i = 0;
+    while (i < text.size())
+    {
+        const unsigned char c = text[i];
+        size_t extra = c < 0x80 ? 0 : (c >> 5) == 0x6 ? 1 : (c >> 4) == 0xe ? 2 : (c >> 3) == 0x1e ? 3 : 4;
+        if (extra == 4 || c == 0xc0 || c == 0xc1 || c > 0xf4 || i + extra >= text.size() + (extra ? 0 : 1))
+            return false;
+        for (size_t k = 1; k <= extra; ++k)
+            if ((OFstatic_cast(unsigned char, text[i + k]) >> 6) != 0x2)
+                return false;
+        i += extra + 1;
+    }
+    return true;
+}

@@ -43,4 +43,10 @@ private:
     std::map<std::string, std::unique_ptr<DcmDataset>> m_converted;
 };
 
+/** True when text holds only 7-bit characters and no escape (the default repertoire). */
+bool isPlainASCII(const std::string& text);
+
+/** True when text is well-formed UTF-8 (the character set "ISO_IR 192"). */
+bool isValidUTF8(const std::string& text);
+
 #endif

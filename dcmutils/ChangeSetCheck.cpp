@@ -1,5 +1,6 @@
 #include "dcmutils/ChangeSetCheck.h"
 
+#include "datetime/dtregistry.h"
 #include "dcmutils/softedit.h"
 #include "privatetags/KQItem.h"
 
@@ -144,4 +145,61 @@ bool checkChangeSet(DcmDataset& changes, std::string& reason)
     if (kq.findAndGetKQSequenceItem(KQ_CHANGE_SEQUENCE, changeItem, 0).bad() || !changeItem)
         return true;
     return checkLevelItem(*changeItem, CL_STUDY, KQ_SERIES_SEQUENCE, reason);
+}
+
+std::string assignmentRefusal(const DcmTagKey& key, const char* value, CHANGE_LEVEL level)
+{
+    DcmTag tag(key);
+    std::string reason = changeRefusal(key, tag.getEVR(), level);
+    if (!reason.empty())
+        return reason;
+    if (key.isPrivateReservation())
+        return refusal(key, "private creator elements cannot be set (the KqR file's private blocks are its own)");
+    const DcmVR vr(tag.getEVR());
+    // person names are limited per component group, which the value check below covers
+    if (vr.isaString() && vr.getEVR() != EVR_PN && vr.getMaxValueLength() < 1024)
+    {
+        const std::string text(value);
+        const bool multiValued = vr.getEVR() != EVR_ST && vr.getEVR() != EVR_LT && vr.getEVR() != EVR_UT;
+        size_t start = 0;
+        while (start <= text.size())
+        {
+            size_t end = multiValued ? text.find('\\', start) : std::string::npos;
+            if (end == std::string::npos)
+                end = text.size();
+            size_t characters = 0;
+            for (size_t i = start; i < end; ++i)
+                characters += (OFstatic_cast(unsigned char, text[i]) & 0xc0) != 0x80;
+            if (characters > vr.getMaxValueLength())
+                return tagName(key) + ": \"" + value + "\" is longer than a " + vr.getVRName() + " value may be (" +
+                       std::to_string(vr.getMaxValueLength()) + " characters)";
+            start = end + 1;
+        }
+    }
+    DcmElement* element = nullptr;
+    if (DcmItem::newDicomElement(element, tag).bad() || !element)
+        return std::string(); // no element class to check the value with; the writer reports it
+    OFCondition cond = element->putString(value);
+    if (cond.good())
+        cond = element->checkValue();
+    delete element;
+    if (cond.good())
+        return std::string();
+    return tagName(key) + ": \"" + value + "\" is not a valid " + tag.getVR().getVRName() + " value (" +
+           cond.text() + ")";
+}
+
+bool dateTimePartner(const DcmTagKey& key, DcmTagKey& partner)
+{
+    for (const kqtz::DateTimeTagPair& pair : kqtz::dtregistry)
+    {
+        if (pair.date() == key && pair.time() != DcmTagKey())
+            partner = pair.time();
+        else if (pair.time() == key && pair.date() != DcmTagKey())
+            partner = pair.date();
+        else
+            continue;
+        return true;
+    }
+    return false;
 }

@@ -40,6 +40,24 @@ std::string changeRefusal(const DcmTagKey& key, DcmEVR vr, CHANGE_LEVEL level);
  */
 bool checkChangeSet(DcmDataset& changes, std::string& reason);
 
+/** Why a value given by hand for an attribute may not go into a change set, or empty when it
+ *  may: everything changeRefusal refuses, private creator elements (the KqR file's own blocks
+ *  are made by its writer), and a value that is not valid for the attribute's VR and value
+ *  multiplicity (dates, times, numbers, UIDs, lengths) by the toolkit's value checks.
+ *  @param key the attribute's tag
+ *  @param value the value as text
+ *  @param level where in the change set it is to stand
+ */
+std::string assignmentRefusal(const DcmTagKey& key, const char* value, CHANGE_LEVEL level);
+
+/** The partner of a date (DA) or time (TM) attribute that forms a date/time pair with another,
+ *  such as StudyDate and StudyTime: a value converted to another UTC offset needs both.
+ *  @param key a date or time attribute
+ *  @param partner set to the other attribute of the pair
+ *  @return false when key belongs to no pair
+ */
+bool dateTimePartner(const DcmTagKey& key, DcmTagKey& partner);
+
 /** True when an element's VR is one the data dictionary allows for its tag; elements of private
  *  groups, tags unknown to the dictionary and VR UN always are.
  */

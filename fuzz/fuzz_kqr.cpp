@@ -1,9 +1,12 @@
 // A KqR file as applyChanges meets it: loaded completely, its change item looked up through
 // KQItem, and applied by applyModifications to a copy of an object whose UIDs the seeds use;
-// the edited object is then written as the driver writes it.
+// the change set is checked and brought to the object's character set as the driver does, and the
+// edited object is then written as the driver writes it.
 #include "fuzz/FuzzSupport.h"
 
 #include "privatetags/KQItem.h"
+#include "dcmutils/ChangeSetCharset.h"
+#include "dcmutils/ChangeSetCheck.h"
 #include "dcmutils/softedit.h"
 
 #include "dcmtk/config/osconfig.h"
@@ -62,9 +65,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (found.bad() || changeItem == nullptr || changeItem->card() == 0)
         return 0;
 
+    std::string reason;
+    if (!checkChangeSet(changes, reason))
+        return 0;
+    ChangeSetCharset charset(changes);
+    DcmDataset* converted = charset.changesFor("ISO_IR 100", reason);
+    if (!converted)
+        return 0;
+
     DcmFileFormat object(target);
     std::list<DcmTagKey> modified;
-    if (applyModifications(*object.getDataset(), changes, &modified).good())
+    if (applyModifications(*object.getDataset(), *converted, &modified).good())
     {
         const std::string out = path + ".edited";
         object.saveFile(out.c_str(), EXS_LittleEndianExplicit, EET_UndefinedLength, EGL_recalcGL, EPD_noChange, 0, 0,

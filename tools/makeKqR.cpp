@@ -1,9 +1,12 @@
 // makeKqR: writes a KqR file holding study-, series- and instance-level soft edit changes.
 
 #include "privatetags/KQDictionary.h"
+#include "dcmutils/ChangeSetCharset.h"
+#include "dcmutils/ChangeSetCheck.h"
 #include "dcmutils/KqRWriter.h"
 
 #include "dcmtk/config/osconfig.h"
+#include "dcmtk/dcmdata/dcdeftag.h"
 #include "dcmtk/dcmdata/dcdict.h"
 #include "dcmtk/dcmdata/dctag.h"
 
@@ -144,6 +147,12 @@ int main(int argc, char** argv)
             a.value = arg.substr(eq + 1);
             a.seriesUID = series;
             a.instanceUID = instance;
+            const std::string refusal = assignmentRefusal(
+                a.key, a.value.c_str(), instance.empty() ? (series.empty() ? CL_STUDY : CL_SERIES) : CL_INSTANCE);
+            if (!refusal.empty())
+                return fail(refusal);
+            if (!isPlainASCII(a.value) && !isValidUTF8(a.value))
+                return fail("the value of " + tagName(a.key) + " is neither plain ASCII nor UTF-8");
             assignments.push_back(a);
             break;
         }
@@ -159,8 +168,29 @@ int main(int argc, char** argv)
         return fail(std::string("unexpected argument: ") + argv[optind + 1]);
     const std::string path = argv[optind];
 
+    // a date or time converted to each object's UTC offset needs its partner at the same level
+    for (const Assignment& a : offset ? assignments : std::vector<Assignment>())
+    {
+        DcmTagKey partner;
+        if (!dateTimePartner(a.key, partner))
+            continue;
+        bool paired = false;
+        for (const Assignment& b : assignments)
+            paired = paired || (b.key == partner && b.seriesUID == a.seriesUID && b.instanceUID == a.instanceUID);
+        if (!paired)
+            fprintf(stderr, "makeKqR: warning: %s is given without %s: it is not converted to each object's offset\n",
+                    tagName(a.key).c_str(), tagName(partner).c_str());
+    }
+
     KqRWriter writer;
     OFCondition cond = EC_Normal;
+    for (const Assignment& a : assignments)
+        if (!isPlainASCII(a.value))
+        {
+            // the values are recorded as given, in UTF-8
+            cond = writer.fileFormat().getDataset()->putAndInsertString(DCM_SpecificCharacterSet, "ISO_IR 192");
+            break;
+        }
     if (offset)
         cond = writer.setTimezoneOffset(offset);
     for (const Assignment& a : assignments)

@@ -30,7 +30,8 @@ TEST(MakeKqR, WritesAllThreeLevelsAndTheOffset)
 {
     TempDir dir;
     const std::string out = dir.file("edit.kqr");
-    RunResult r = makeKqR({"-z", "+0100", "-m", "(0010,0010)=Doe^Jane", "-m", "StudyDate=20200101", "-S", "1.2.3",
+    RunResult r = makeKqR({"-z", "+0100", "-m", "(0010,0010)=Doe^Jane", "-m", "StudyDate=20200101",
+                           "-m", "StudyTime=003000", "-S", "1.2.3",
                            "-m", "(0008,103e)=Head", "-I", "1.2.3.4", "-m", "InstanceNumber=7", "-T", "-m",
                            "PatientID=P9", out});
     ASSERT_EQ(0, r.status) << r.err;
@@ -61,6 +62,14 @@ TEST(MakeKqR, WritesAllThreeLevelsAndTheOffset)
     EXPECT_EQ("1.2.3.4", itemValue(instance, DCM_SOPInstanceUID));
     EXPECT_EQ("7", itemValue(instance, DCM_InstanceNumber));
 
+    // non-ASCII values are recorded in UTF-8; with -z, a time without its date is only warned about
+    r = makeKqR({"-z", "+0100", "-m", "PatientName=M\xc3\xbcller", "-m", "StudyTime=120000", out});
+    EXPECT_EQ(0, r.status);
+    EXPECT_EQ("makeKqR: warning: (0008,0030) StudyTime is given without (0008,0020) StudyDate: it is not "
+              "converted to each object's offset\n",
+              r.err);
+    EXPECT_EQ("ISO_IR 192", attribute(out, DCM_SpecificCharacterSet));
+
     r = makeKqR({"-h"});
     EXPECT_EQ(0, r.status);
     EXPECT_EQ(0u, r.out.find("makeKqR [-h]"));
@@ -84,6 +93,24 @@ TEST(MakeKqR, BadArgumentsGiveOneLineAndNoFile)
         {{"-m", "PatientName=A"}, "makeKqR: no KqR file name given (see makeKqR -h)\n"},
         {{out, "extra"}, "makeKqR: unexpected argument: extra\n"},
         {{dir.file("no/such/dir/x.kqr")}, ""},
+        // change sets that could only damage objects, and values their VR does not allow
+        {{"-m", "(0002,0010)=1.2.840.10008.1.2", out},
+         "makeKqR: (0002,0010) TransferSyntaxUID: file meta information cannot be changed by a soft edit\n"},
+        {{"-m", "(0009,0010)=ACME", out}, "makeKqR: (0009,0010) PrivateCreator: private creator elements cannot be "
+                                          "set (the KqR file's private blocks are its own)\n"},
+        {{"-S", "1.2", "-m", "SOPInstanceUID=1.2.3", out}, "makeKqR: (0008,0018) SOPInstanceUID: can be changed at "
+                                                           "instance level only (it would give many objects one "
+                                                           "identity)\n"},
+        {{"-m", "StudyDate=2020-01-01", out},
+         "makeKqR: (0008,0020) StudyDate: \"2020-01-01\" is not a valid DA value (Value Representation violated)\n"},
+        {{"-m", "StudyTime=25", out},
+         "makeKqR: (0008,0030) StudyTime: \"25\" is not a valid TM value (Value Representation violated)\n"},
+        {{"-m", "InstanceNumber=7a", out},
+         "makeKqR: (0020,0013) InstanceNumber: \"7a\" is not a valid IS value (Value Representation violated)\n"},
+        {{"-m", "StationName=ABCDEFGHIJKLMNOPQ", out}, "makeKqR: (0008,1010) StationName: \"ABCDEFGHIJKLMNOPQ\" is "
+                                                        "longer than a SH value may be (16 characters)\n"},
+        {{"-m", "PatientName=M\xfcller", out},
+         "makeKqR: the value of (0010,0010) PatientName is neither plain ASCII nor UTF-8\n"},
     };
     for (const auto& c : cases)
     {
