@@ -91,6 +91,8 @@ ObjectComparator::ObjectComparator(IgnoreTags& ignore)
   : verbose(false)
   , m_ignore(ignore)
   , m_registry(NULL)
+  , m_out(&std::cout)
+  , m_err(&std::cerr)
 {
 }
 
@@ -109,12 +111,12 @@ bool ObjectComparator::loadObjectAndKqR(DcmFileFormat& file, const char* objectP
     OFCondition status = file.loadFile(objectPath, EXS_Unknown, EGL_noChange, MAX_READ_LENGTH, ERM_autoDetect);
     if (status.bad())
     {
-        std::cerr << "Error loading " << objectPath << "(" << status.text() << ")" << std::endl;
+        (*m_err) << "Error loading " << objectPath << "(" << status.text() << ")" << std::endl;
         return false;
     }
     if (file.getDataset() == NULL)
     {
-        std::cerr << "Error reading " << objectPath << "(" << OFCondition(EC_IllegalCall).text() << ")" << std::endl;
+        (*m_err) << "Error reading " << objectPath << "(" << OFCondition(EC_IllegalCall).text() << ")" << std::endl;
         return false;
     }
     if (kqrPath == NULL)
@@ -124,7 +126,7 @@ bool ObjectComparator::loadObjectAndKqR(DcmFileFormat& file, const char* objectP
     status = kqr.loadFile(kqrPath, EXS_Unknown, EGL_noChange, MAX_READ_LENGTH, ERM_autoDetect);
     if (status.bad())
     {
-        std::cerr << "Error loading " << kqrPath << "(" << status.text() << ")" << std::endl;
+        (*m_err) << "Error loading " << kqrPath << "(" << status.text() << ")" << std::endl;
         return false;
     }
     status = kqr.loadAllDataIntoMemory();
@@ -132,14 +134,14 @@ bool ObjectComparator::loadObjectAndKqR(DcmFileFormat& file, const char* objectP
         status = EC_IllegalCall;
     if (status.bad())
     {
-        std::cerr << "Error reading " << kqrPath << "(" << status.text() << ")" << std::endl;
+        (*m_err) << "Error reading " << kqrPath << "(" << status.text() << ")" << std::endl;
         return false;
     }
 
     status = applyModifications(*file.getDataset(), *kqr.getDataset());
     if (status.bad())
     {
-        std::cerr << "Error applying soft edit changes to " << objectPath << " (" << status.text() << ")"
+        (*m_err) << "Error applying soft edit changes to " << objectPath << " (" << status.text() << ")"
                   << std::endl;
         return false;
     }
@@ -163,7 +165,7 @@ bool ObjectComparator::compareObjects(DcmDataset* first, DcmDataset* second, OC_
 {
     if (first == NULL || second == NULL)
     {
-        std::cerr << "Error comparing DICOM objects: dataset missing" << std::endl;
+        (*m_err) << "Error comparing DICOM objects: dataset missing" << std::endl;
         return false;
     }
     if (mode == OC_MODE_BINARY)
@@ -201,24 +203,24 @@ bool ObjectComparator::compareDataset(DcmDataset* first, DcmDataset* second, boo
             if (isIgnored(key))
             {
                 if (verbose)
-                    std::cout << "DEBUG: ignored tag: " << key << std::endl;
+                    (*m_out) << "DEBUG: ignored tag: " << key << std::endl;
             }
             else if (key == DCM_PixelData)
             {
                 if (!comparePixelBinary)
                 {
                     if (verbose)
-                        std::cout << "DEBUG: skipping binary compare for pixel data" << std::endl;
+                        (*m_out) << "DEBUG: skipping binary compare for pixel data" << std::endl;
                 }
                 else
                 {
                     if (verbose)
-                        std::cout << "DEBUG: comparing pixel data binary" << std::endl;
+                        (*m_out) << "DEBUG: comparing pixel data binary" << std::endl;
                     DcmPixelData* firstPixels = OFdynamic_cast(DcmPixelData*, a);
                     DcmPixelData* secondPixels = OFdynamic_cast(DcmPixelData*, b);
                     if (firstPixels == NULL || secondPixels == NULL)
                     {
-                        std::cerr << "Error comparing Pixel Data" << std::endl;
+                        (*m_err) << "Error comparing Pixel Data" << std::endl;
                         result = false;
                     }
                     else if (!comparePixelDataElement(firstPixels, secondPixels))
@@ -228,7 +230,7 @@ bool ObjectComparator::compareDataset(DcmDataset* first, DcmDataset* second, boo
             else
             {
                 if (verbose)
-                    std::cout << "DEBUG: comparing " << key << std::endl;
+                    (*m_out) << "DEBUG: comparing " << key << std::endl;
                 if (!compareElements(a, b))
                     result = false;
             }
@@ -241,7 +243,7 @@ bool ObjectComparator::compareDataset(DcmDataset* first, DcmDataset* second, boo
             if (!isIgnored(keyOf(a)))
             {
                 char* text = toString(a);
-                std::cout << "< " << keyOf(a) << ": " << (text ? text : "") << std::endl;
+                (*m_out) << "< " << keyOf(a) << ": " << (text ? text : "") << std::endl;
                 free(text);
                 result = false;
             }
@@ -253,7 +255,7 @@ bool ObjectComparator::compareDataset(DcmDataset* first, DcmDataset* second, boo
             if (!isIgnored(keyOf(b)))
             {
                 char* text = toString(b);
-                std::cout << "> " << keyOf(b) << ": " << (text ? text : "") << std::endl;
+                (*m_out) << "> " << keyOf(b) << ": " << (text ? text : "") << std::endl;
                 free(text);
                 result = false;
             }
@@ -270,12 +272,12 @@ bool ObjectComparator::compareElements(DcmElement* first, DcmElement* second)
     DcmOtherByteOtherWord* secondBinary = OFdynamic_cast(DcmOtherByteOtherWord*, second);
     if (firstBinary != NULL && secondBinary == NULL)
     {
-        std::cerr << "! " << key << ": BINARY != not binary" << std::endl;
+        (*m_err) << "! " << key << ": BINARY != not binary" << std::endl;
         return false;
     }
     if (firstBinary == NULL && secondBinary != NULL)
     {
-        std::cerr << "! " << key << ": not binary != BINARY" << std::endl;
+        (*m_err) << "! " << key << ": not binary != BINARY" << std::endl;
         return false;
     }
     if (firstBinary != NULL)
@@ -286,7 +288,7 @@ bool ObjectComparator::compareElements(DcmElement* first, DcmElement* second)
     const char* a = firstText ? firstText : "";
     const char* b = secondText ? secondText : "";
     if (verbose)
-        std::cout << "STRING " << key << "[" << a << "] vs. [" << b << "]" << std::endl;
+        (*m_out) << "STRING " << key << "[" << a << "] vs. [" << b << "]" << std::endl;
 
     bool equal = true;
     if (strcmp(a, b) == 0)
@@ -294,16 +296,16 @@ bool ObjectComparator::compareElements(DcmElement* first, DcmElement* second)
     else if (strcmp(a, "Empty Value") == 0 && *b == '\0')
     {
         if (verbose)
-            std::cout << "Empty Value Matching 1" << std::endl;
+            (*m_out) << "Empty Value Matching 1" << std::endl;
     }
     else if (strcmp(b, "Empty Value") == 0 && *a == '\0')
     {
         if (verbose)
-            std::cout << "Empty Value Matching 2" << std::endl;
+            (*m_out) << "Empty Value Matching 2" << std::endl;
     }
     else
     {
-        std::cerr << "! " << key << ": " << a << " != " << b << std::endl;
+        (*m_err) << "! " << key << ": " << a << " != " << b << std::endl;
         equal = false;
     }
     free(firstText);
@@ -319,11 +321,11 @@ bool ObjectComparator::compareOBOW(DcmOtherByteOtherWord* first, DcmOtherByteOth
     const char* firstVR = DcmVR(first->getVR()).getVRName();
     const char* secondVR = DcmVR(second->getVR()).getVRName();
     if (verbose)
-        std::cout << "BINARY " << key << " :: " << "[" << firstVR << "] vs. " << "[" << secondVR << "]" << std::endl;
+        (*m_out) << "BINARY " << key << " :: " << "[" << firstVR << "] vs. " << "[" << secondVR << "]" << std::endl;
 
     if (firstLength != secondLength)
     {
-        std::cerr << "! " << key << " Length of binary data differs (" << firstLength << " != " << secondLength
+        (*m_err) << "! " << key << " Length of binary data differs (" << firstLength << " != " << secondLength
                   << ")" << std::endl;
         return false;
     }
@@ -332,11 +334,11 @@ bool ObjectComparator::compareOBOW(DcmOtherByteOtherWord* first, DcmOtherByteOth
         if (first->getTag().isUnknownVR() && second->getTag().isUnknownVR())
         {
             if (verbose)
-                std::cout << "Comparing Unknown VRs: " << firstVR << " vs. " << secondVR << std::endl;
+                (*m_out) << "Comparing Unknown VRs: " << firstVR << " vs. " << secondVR << std::endl;
         }
         else
         {
-            std::cerr << "! " << key << " VR of binary data differs (" << firstVR << " != " << secondVR << ")"
+            (*m_err) << "! " << key << " VR of binary data differs (" << firstVR << " != " << secondVR << ")"
                       << std::endl;
             return false;
         }
@@ -359,22 +361,22 @@ bool ObjectComparator::compareOBOW(DcmOtherByteOtherWord* first, DcmOtherByteOth
     {
         Uint16* words = NULL;
         if (first->getUint16Array(words).bad())
-            std::cerr << "Error getting binary(OW) data (1) [" << key << "]" << std::endl;
+            (*m_err) << "Error getting binary(OW) data (1) [" << key << "]" << std::endl;
         firstValue = words;
         words = NULL;
         if (second->getUint16Array(words).bad())
-            std::cerr << "Error getting binary(OW) data (2) [" << key << "]" << std::endl;
+            (*m_err) << "Error getting binary(OW) data (2) [" << key << "]" << std::endl;
         secondValue = words;
     }
     else
     {
         Uint8* bytes = NULL;
         if (first->getUint8Array(bytes).bad())
-            std::cerr << "Error getting binary(OB) data (1) [" << key << "]" << std::endl;
+            (*m_err) << "Error getting binary(OB) data (1) [" << key << "]" << std::endl;
         firstValue = bytes;
         bytes = NULL;
         if (second->getUint8Array(bytes).bad())
-            std::cerr << "Error getting binary(OB) data (2) [" << key << "]" << std::endl;
+            (*m_err) << "Error getting binary(OB) data (2) [" << key << "]" << std::endl;
         secondValue = bytes;
     }
 
@@ -382,12 +384,12 @@ bool ObjectComparator::compareOBOW(DcmOtherByteOtherWord* first, DcmOtherByteOth
         return true;
     if (secondValue == NULL)
     {
-        std::cerr << " ( not null != NULL )" << std::endl;
+        (*m_err) << " ( not null != NULL )" << std::endl;
         return false;
     }
     if (firstValue == NULL)
     {
-        std::cerr << " ( NULL != not null )" << std::endl;
+        (*m_err) << " ( NULL != not null )" << std::endl;
         return false;
     }
     return memcmp(firstValue, secondValue, firstLength) == 0;
@@ -417,9 +419,9 @@ bool ObjectComparator::dumpObject(DcmDataset* dataset, const char* prefix)
         const DcmTagKey& key = keyOf(element);
         if (key == DCM_PixelData || isIgnored(key))
             continue;
-        element->print(std::cout);
+        element->print(*m_out);
     }
-    std::cout.flush();
-    std::cerr << "Image dumps are not available" << std::endl;
+    m_out->flush();
+    (*m_err) << "Image dumps are not available" << std::endl;
     return false;
 }

@@ -11,6 +11,8 @@
 
 #include "objdiff/IgnoreTags.h"
 
+#include <ostream>
+
 class CodecRegistry;
 
 // 0: attributes with a binary comparison of the pixel data; any other value: attributes
@@ -42,6 +44,15 @@ public:
 
     bool verbose;
 
+    /** Sends the comparator's lines elsewhere than standard output (trace lines, "! Pixel Data
+     *  differs", one-sided attributes) and standard error (differences, errors). The streams
+     *  are borrowed and must outlive the comparator. */
+    void setOutput(std::ostream& out, std::ostream& err)
+    {
+        m_out = &out;
+        m_err = &err;
+    }
+
 private:
     bool isIgnored(const DcmTagKey& key) const;
     // compareOBOW, naming the attribute when only the bytes differ.
@@ -49,6 +60,8 @@ private:
 
     IgnoreTags& m_ignore;
     CodecRegistry* m_registry;
+    std::ostream* m_out;
+    std::ostream* m_err;
 };
 
 #endif

@@ -18,7 +18,7 @@ bool ObjectComparator::comparePixelDataElement(DcmPixelData* first, DcmPixelData
     const DcmXfer firstSyntax(firstXfer);
     if (firstXfer != secondXfer)
     {
-        std::cerr << "! " << OFstatic_cast(const DcmTagKey&, first->getTag()) << " Transfer Syntax differs ("
+        (*m_err) << "! " << OFstatic_cast(const DcmTagKey&, first->getTag()) << " Transfer Syntax differs ("
                   << firstSyntax.getXferName() << " != " << DcmXfer(secondXfer).getXferName() << ")" << std::endl;
         return false;
     }
@@ -27,19 +27,19 @@ bool ObjectComparator::comparePixelDataElement(DcmPixelData* first, DcmPixelData
         return compareOBOW(first, second);
 
     if (verbose)
-        std::cout << "DEBUG: Compare encapsulated Pixel Data " << firstSyntax.getXferName() << std::endl;
+        (*m_out) << "DEBUG: Compare encapsulated Pixel Data " << firstSyntax.getXferName() << std::endl;
     DcmPixelSequence* firstSequence = NULL;
     DcmPixelSequence* secondSequence = NULL;
     OFCondition status = first->getEncapsulatedRepresentation(firstXfer, firstParameter, firstSequence);
     if (status.bad())
     {
-        std::cerr << "Error getting pixel sequence (1): " << status.text() << std::endl;
+        (*m_err) << "Error getting pixel sequence (1): " << status.text() << std::endl;
         return false;
     }
     status = second->getEncapsulatedRepresentation(secondXfer, secondParameter, secondSequence);
     if (status.bad())
     {
-        std::cerr << "Error getting pixel sequence (2): " << status.text() << std::endl;
+        (*m_err) << "Error getting pixel sequence (2): " << status.text() << std::endl;
         return false;
     }
     // The second sequence is only proved readable: fragmentation may legitimately differ
@@ -54,12 +54,12 @@ bool ObjectComparator::comparePixelSequence(DcmPixelSequence* first, DcmPixelSeq
     const unsigned long secondCount = second->card();
     if (count != secondCount)
     {
-        std::cerr << "! " << key << " Number of pixel items differs (" << count << " != " << secondCount << ")"
+        (*m_err) << "! " << key << " Number of pixel items differs (" << count << " != " << secondCount << ")"
                   << std::endl;
         return false;
     }
     if (verbose)
-        std::cout << "PIXELSEQ : comparing pixel items " << count << std::endl;
+        (*m_out) << "PIXELSEQ : comparing pixel items " << count << std::endl;
 
     for (unsigned long i = 0; i < count; ++i)
     {
@@ -68,30 +68,30 @@ bool ObjectComparator::comparePixelSequence(DcmPixelSequence* first, DcmPixelSeq
         OFCondition status = first->getItem(firstItem, i);
         if (status.bad())
         {
-            std::cerr << "Error getting pixel item (1) " << i << "[" << status.text() << "]" << std::endl;
+            (*m_err) << "Error getting pixel item (1) " << i << "[" << status.text() << "]" << std::endl;
             firstItem = NULL;
         }
         status = second->getItem(secondItem, i);
         if (status.bad())
         {
-            std::cerr << "Error getting pixel item (2) " << i << "[" << status.text() << "]" << std::endl;
+            (*m_err) << "Error getting pixel item (2) " << i << "[" << status.text() << "]" << std::endl;
             secondItem = NULL;
         }
         if (firstItem != NULL && secondItem == NULL)
         {
-            std::cerr << "! Pixel Item (" << i << "): not null != NULL" << std::endl;
+            (*m_err) << "! Pixel Item (" << i << "): not null != NULL" << std::endl;
             return false;
         }
         if (firstItem == NULL && secondItem != NULL)
         {
-            std::cerr << "! Pixel Item (" << i << "): NULL != not null" << std::endl;
+            (*m_err) << "! Pixel Item (" << i << "): NULL != not null" << std::endl;
             return false;
         }
         if (firstItem == NULL)
             return false; // neither item could be read: reported above
         if (!compareOBOW(firstItem, secondItem))
         {
-            std::cerr << "! Pixel Item (" << i << ") differs" << std::endl;
+            (*m_err) << "! Pixel Item (" << i << ") differs" << std::endl;
             return false;
         }
     }
@@ -101,6 +101,6 @@ bool ObjectComparator::comparePixelSequence(DcmPixelSequence* first, DcmPixelSeq
 bool ObjectComparator::compareFrames(DcmDataset* first, DcmDataset* second, bool lossless)
 {
     // Decoding frames needs the image pipeline, which this build does not carry.
-    std::cerr << "Frame comparison is not available" << std::endl;
+    (*m_err) << "Frame comparison is not available" << std::endl;
     return false;
 }
