@@ -1,9 +1,8 @@
 // Reading DICOM files whole, writing them safely through a temporary file, syncing directories.
 #include "dcmutils/dcmutils.h"
 #include "dcmutils/dcmcounter.h"
+#include "dcmutils/fileio.h"
 
-#include "dcmtk/dcmdata/dcostrmf.h"
-#include "dcmtk/dcmdata/dcwcache.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -109,53 +108,18 @@ bool writeDicomFile(const char* path, DcmFileFormat* file)
     return true;
 }
 
-static OFCondition systemError(int error)
-{
-    return makeOFCondition(OFM_dcmdata, 19, OF_error, strerror(error != 0 ? error : EIO));
-}
-
 OFCondition saveFileSynced(DcmFileFormat& file, const char* path, E_TransferSyntax xfer, E_EncodingType encoding,
                            E_GrpLenEncoding groupLength, E_PaddingEncoding padding, Uint32 padLength,
                            Uint32 subPadLength, E_FileWriteMode writeMode)
 {
-    if (path == NULL || *path == '\0')
-        return EC_InvalidFilename;
-    // The file is created new: a stale entry of that name (left by a killed run whose process id
-    // came round again, or a link planted there) is removed first, and links are not followed, so
-    // nothing is ever written through a link into another file.
-    if (unlink(path) != 0 && errno != ENOENT)
-        return systemError(errno);
-    const int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
-    if (fd < 0)
-        return systemError(errno);
-    FILE* out = fdopen(fd, "wb");
-    if (out == NULL)
-    {
-        const int error = errno;
-        close(fd);
-        return systemError(error);
-    }
-    // The stream closes the file when it goes; everything is flushed and synced before that.
-    DcmOutputFileStream stream(out);
-    DcmWriteCache cache;
-    errno = 0;
-    file.transferInit();
-    OFCondition status =
-        file.write(stream, xfer, encoding, &cache, groupLength, padding, padLength, subPadLength, 0, writeMode);
-    file.transferEnd();
-    // A compressing stream (deflated transfer syntax) still holds the end of the data: write it
-    // out now rather than in the stream's destructor, where a failure would go unnoticed.
+    // created new, never through a link; a write that fails late shows in the status
+    int fd = -1;
+    OFCondition status = createNewFile(path, fd);
     if (status.good())
-        stream.flush();
-    // A short write shows only as a stream suspension; the system's reason is clearer.
-    if (ferror(out))
-        status = systemError(errno);
-    else if (status.good() && !stream.isFlushed())
-        status = systemError(EIO);
-    else if (status.good() && fflush(out) != 0)
-        status = systemError(errno);
-    else if (status.good() && fsync(fileno(out)) != 0)
-        status = systemError(errno);
+        status = writeFileFormat(file, fd, xfer, encoding, groupLength, padding, padLength, subPadLength, writeMode);
+    if (status.good() && fsync(fd) != 0)
+        status = makeOFCondition(OFM_dcmdata, 19, OF_error, strerror(errno));
+    if (fd >= 0)
+        close(fd);
     return status;
 }
-

@@ -1,0 +1,80 @@
+#include "dcmutils/DescriptorOutputStream.h"
+
+#include "dcmtk/dcmdata/dcerror.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace {
+const size_t BUFFER_SIZE = 1 << 20;
+}
+
+DescriptorConsumer::DescriptorConsumer(int fd) : m_fd(fd), m_buffer(BUFFER_SIZE), m_used(0), m_status(EC_Normal) {}
+
+OFBool DescriptorConsumer::good() const
+{
+    return m_status.good();
+}
+
+OFCondition DescriptorConsumer::status() const
+{
+    return m_status;
+}
+
+OFBool DescriptorConsumer::isFlushed() const
+{
+    return m_used == 0;
+}
+
+offile_off_t DescriptorConsumer::avail() const
+{
+    // all that the stream wants to give: a full buffer is written out first
+    return m_status.good() ? OFstatic_cast(offile_off_t, 1) << 30 : 0;
+}
+
+offile_off_t DescriptorConsumer::write(const void* buf, offile_off_t buflen)
+{
+    if (m_status.bad())
+        return 0;
+    const char* data = OFstatic_cast(const char*, buf);
+    offile_off_t done = 0;
+    while (done < buflen)
+    {
+        if (m_used == m_buffer.size())
+        {
+            flush();
+            if (m_status.bad())
+                return done;
+        }
+        const size_t count = std::min(m_buffer.size() - m_used, OFstatic_cast(size_t, buflen - done));
+        memcpy(m_buffer.data() + m_used, data + done, count);
+        m_used += count;
+        done += count;
+    }
+    return done;
+}
+
+void DescriptorConsumer::flush()
+{
+    size_t written = 0;
+    while (m_status.good() && written < m_used)
+    {
+        const ssize_t n = ::write(m_fd, m_buffer.data() + written, m_used - written);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+        {
+            const int error = n < 0 ? errno : ENOSPC;
+            m_status = makeOFCondition(OFM_dcmdata, 19, OF_error, strerror(error));
+            break;
+        }
+        written += n;
+    }
+    if (m_status.good())
+        m_used = 0;
+}
+
+DescriptorOutputStream::DescriptorOutputStream(int fd) : DcmOutputStream(&m_consumer), m_consumer(fd) {}

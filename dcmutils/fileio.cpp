@@ -1,0 +1,136 @@
+#include "dcmutils/fileio.h"
+
+#include "dcmutils/DescriptorOutputStream.h"
+#include "dcmutils/StringOutputStream.h"
+
+#include "dcmtk/dcmdata/dcistrmb.h"
+#include "dcmtk/dcmdata/dcwcache.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+OFCondition systemError(int error)
+{
+    return makeOFCondition(OFM_dcmdata, 19, OF_error, strerror(error != 0 ? error : EIO));
+}
+
+// Writes the object into the stream and flushes it; the consumer may still hold the last bytes.
+OFCondition encode(DcmFileFormat& file, DcmOutputStream& stream, E_TransferSyntax xfer, E_EncodingType encoding,
+                   E_GrpLenEncoding groupLength, E_PaddingEncoding padding, Uint32 padLength, Uint32 subPadLength,
+                   E_FileWriteMode writeMode)
+{
+    DcmWriteCache cache;
+    file.transferInit();
+    OFCondition status =
+        file.write(stream, xfer, encoding, &cache, groupLength, padding, padLength, subPadLength, 0, writeMode);
+    file.transferEnd();
+    // a compressing stream (deflated transfer syntax) still holds the end of the data
+    if (status.good())
+        stream.flush();
+    return status;
+}
+
+} // namespace
+
+OFCondition createNewFile(const char* path, int& fd)
+{
+    fd = -1;
+    if (path == NULL || *path == '\0')
+        return EC_InvalidFilename;
+    if (unlink(path) != 0 && errno != ENOENT)
+        return systemError(errno);
+    fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    return fd < 0 ? systemError(errno) : EC_Normal;
+}
+
+OFCondition writeFileFormat(DcmFileFormat& file, int fd, E_TransferSyntax xfer, E_EncodingType encoding,
+                            E_GrpLenEncoding groupLength, E_PaddingEncoding padding, Uint32 padLength,
+                            Uint32 subPadLength, E_FileWriteMode writeMode)
+{
+    DescriptorOutputStream stream(fd);
+    const OFCondition status =
+        encode(file, stream, xfer, encoding, groupLength, padding, padLength, subPadLength, writeMode);
+    stream.drain();
+    // a failed write shows only as a stream suspension; the system's reason is clearer
+    if (stream.writeStatus().bad())
+        return stream.writeStatus();
+    if (status.bad())
+        return status;
+    return stream.allWritten() ? EC_Normal : systemError(EIO);
+}
+
+OFCondition encodeFileFormat(DcmFileFormat& file, std::string& bytes, E_TransferSyntax xfer,
+                             E_EncodingType encoding, E_GrpLenEncoding groupLength, E_PaddingEncoding padding,
+                             Uint32 padLength, Uint32 subPadLength, E_FileWriteMode writeMode)
+{
+    StringOutputStream stream(bytes);
+    return encode(file, stream, xfer, encoding, groupLength, padding, padLength, subPadLength, writeMode);
+}
+
+OFCondition writeAll(int fd, const char* data, size_t size)
+{
+    size_t written = 0;
+    while (written < size)
+    {
+        const ssize_t n = write(fd, data + written, size - written);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return systemError(n < 0 ? errno : ENOSPC);
+        written += n;
+    }
+    return EC_Normal;
+}
+
+OFCondition readWholeFile(const char* path, std::string& bytes)
+{
+    bytes.clear();
+    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return systemError(errno);
+    struct stat st;
+    if (fstat(fd, &st) == 0 && st.st_size > 0)
+        bytes.resize(OFstatic_cast(size_t, st.st_size));
+    size_t done = 0;
+    OFCondition status = EC_Normal;
+    for (;;)
+    {
+        if (done == bytes.size())
+            bytes.resize(bytes.size() + 65536); // the file grew, or its size is unknown
+        const ssize_t n = read(fd, &bytes[done], bytes.size() - done);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+        {
+            status = systemError(errno);
+            break;
+        }
+        if (n == 0)
+            break;
+        done += n;
+    }
+    close(fd);
+    bytes.resize(done);
+    return status;
+}
+
+OFCondition loadFileFormat(DcmFileFormat& file, const std::string& bytes)
+{
+    DcmInputBufferStream stream;
+    stream.setBuffer(bytes.data(), OFstatic_cast(offile_off_t, bytes.size()));
+    stream.setEos();
+    OFCondition status = file.clear();
+    if (status.bad())
+        return status;
+    file.transferInit();
+    // a new DcmFileFormat reads in the auto-detecting mode that loadFile uses by default
+    status = file.read(stream, EXS_Unknown, EGL_noChange, DCM_MaxReadLength);
+    file.transferEnd();
+    return status;
+}

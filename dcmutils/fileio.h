@@ -1,0 +1,50 @@
+// Low-level file input and output for DICOM objects: files created new and never through a link,
+// objects encoded onto a descriptor or into memory in large pieces, and objects read whole and
+// parsed from memory. The safe writer and the run driver build on these.
+#ifndef DCMUTILS_FILEIO_H
+#define DCMUTILS_FILEIO_H
+
+#include "dcmtk/config/osconfig.h"
+#include "dcmtk/dcmdata/dcfilefo.h"
+
+#include <string>
+
+/** Creates path as a new file for writing. A stale entry of that name (a file left by a killed
+ *  process, or a link planted there) is removed first, and the file is opened with O_CREAT,
+ *  O_EXCL and O_NOFOLLOW, so that nothing is ever written through a link into another file.
+ *  @param path the file to create
+ *  @param fd set to the open descriptor, which the caller closes
+ *  @return EC_Normal, or a condition with the system's error text
+ */
+OFCondition createNewFile(const char* path, int& fd);
+
+/** Writes file onto an open descriptor as DcmFileFormat::saveFile would write it with these
+ *  parameters, in pieces of 1 MiB. The descriptor stays open and is not synced.
+ *  @return EC_Normal, or a condition with the system's error text (full disk, file size limit)
+ */
+OFCondition writeFileFormat(DcmFileFormat& file, int fd, E_TransferSyntax xfer, E_EncodingType encoding,
+                            E_GrpLenEncoding groupLength, E_PaddingEncoding padding, Uint32 padLength,
+                            Uint32 subPadLength, E_FileWriteMode writeMode);
+
+/** Encodes file as DcmFileFormat::saveFile would write it with these parameters, appending the
+ *  bytes to bytes. */
+OFCondition encodeFileFormat(DcmFileFormat& file, std::string& bytes, E_TransferSyntax xfer,
+                             E_EncodingType encoding, E_GrpLenEncoding groupLength, E_PaddingEncoding padding,
+                             Uint32 padLength, Uint32 subPadLength, E_FileWriteMode writeMode);
+
+/** Writes size bytes of data to fd, resuming after short writes.
+ *  @return EC_Normal, or a condition with the system's error text */
+OFCondition writeAll(int fd, const char* data, size_t size);
+
+/** Reads the whole file at path into bytes (replacing their content).
+ *  @return EC_Normal, or a condition with the system's error text */
+OFCondition readWholeFile(const char* path, std::string& bytes);
+
+/** Parses a DICOM file held in memory as DcmFileFormat::loadFile would parse the file (unknown
+ *  transfer syntax, group lengths unchanged, meta header detected); every value is loaded.
+ *  @param file cleared and filled
+ *  @param bytes the file's content; it may be released once the call returns
+ */
+OFCondition loadFileFormat(DcmFileFormat& file, const std::string& bytes);
+
+#endif
