@@ -27,6 +27,8 @@ public:
     /** True when the path names a directory (through a link: a plain directory entry is
      *  recognised by the directory walk itself). */
     bool isDirectory() const { return m_statOK && S_ISDIR(m_stat.st_mode); }
+    /** The file's status when it could be read when resolving, else null. */
+    const struct stat* status() const { return m_statOK ? &m_stat : nullptr; }
 
     /** Why this object may not be edited, or empty when it may: a file with more than one hard
      *  link (replacing it would split it from its other names), a file without write permission

@@ -3,6 +3,7 @@
 #include "applychanges/WrittenObjectCheck.h"
 #include "dcmutils/ChangeSetCheck.h"
 #include "dcmutils/dcmutils.h"
+#include "dcmutils/fileio.h"
 #include "dcmutils/softedit.h"
 #include "objdiff/ObjDiff.h"
 
@@ -12,17 +13,30 @@
 #include "dcmtk/dcmdata/dcuid.h"
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <set>
 
 bool verbose = false;
 
 namespace {
+
+// Objects up to this size are read whole, edited, encoded and verified in memory: one read and
+// one write each, and verification parses the very bytes written instead of reading both files
+// again. Larger ones keep their values in their files while they are compared, so that memory
+// stays near one copy of the object.
+const unsigned long long IN_MEMORY_LIMIT = 16ull << 20;
+// A batch of verified objects is made durable together.
+const unsigned long BATCH_OBJECTS = 64;
+const unsigned long long BATCH_BYTES = 256ull << 20;
+// The comparison leaves values over 4096 bytes in their files and compares them piece by piece.
+const Uint32 LAZY_READ_LENGTH = 4096;
 
 // A DICOMDIR's records point into it by byte offsets: rewriting it would break them.
 bool isMediaStorageDirectory(DcmFileFormat& file)
@@ -32,20 +46,6 @@ bool isMediaStorageDirectory(DcmFileFormat& file)
         sopClass == UID_MediaStorageDirectoryStorage)
         return true;
     return file.getDataset()->tagExists(DCM_DirectoryRecordSequence, OFFalse);
-}
-
-// Gives the replacement the object's permissions and, where the process may, its owner, so
-// that the archive's access rules survive the edit.
-void keepModeAndOwner(const char* objectPath, const char* tempPath)
-{
-    struct stat st;
-    if (stat(objectPath, &st) != 0)
-        return;
-    chmod(tempPath, st.st_mode & 07777);
-    if (chown(tempPath, st.st_uid, st.st_gid) != 0)
-    {
-        // only a privileged process may give a file away; the mode still applies
-    }
 }
 
 std::string realDirectory(const std::string& directory)
@@ -58,18 +58,36 @@ std::string realDirectory(const std::string& directory)
     return result;
 }
 
-void refuse(const std::string& path, const std::string& reason)
+bool usesMoreThanOneCore()
 {
-    std::cerr << "Refusing to edit " << path << ": " << reason << std::endl;
+    cpu_set_t set;
+    return sched_getaffinity(0, sizeof(set), &set) == 0 && CPU_COUNT(&set) > 1;
+}
+
+void refuse(EditedObject& object, const std::string& reason)
+{
+    object.m_err << "Refusing to edit " << object.m_target.path() << ": " << reason << std::endl;
 }
 
 } // namespace
 
 SoftEditRun::SoftEditRun(DcmDataset& changes, const char* kqrPath)
-    : m_changes(changes), m_kqrPath(kqrPath), m_charset(changes)
+    : m_changes(changes)
+    , m_kqrPath(kqrPath)
+    , m_charset(changes)
+    , m_verifying(nullptr)
+    , m_pendingObjects(0)
+    , m_pendingBytes(0)
+    , m_parallel(usesMoreThanOneCore())
 {
     if (stat(kqrPath, &m_kqrStat) != 0)
         memset(&m_kqrStat, 0, sizeof(m_kqrStat));
+}
+
+SoftEditRun::~SoftEditRun()
+{
+    if (m_verification.valid())
+        m_verification.wait();
 }
 
 bool SoftEditRun::checkChanges()
@@ -81,152 +99,332 @@ bool SoftEditRun::checkChanges()
     return false;
 }
 
-TemporaryDirectory* SoftEditRun::temporaryDirectoryFor(const std::string& directory)
+TemporaryDirectory* SoftEditRun::temporaryDirectoryFor(const std::string& directory, std::ostream& err)
 {
     const std::string key = realDirectory(directory);
     auto found = m_temporaryDirectories.find(key);
     if (found != m_temporaryDirectories.end())
         return found->second.get();
     std::unique_ptr<TemporaryDirectory> created(new TemporaryDirectory);
-    if (!created->open(directory))
+    if (!created->open(directory, err))
         return nullptr;
     TemporaryDirectory* result = created.get();
     m_temporaryDirectories[key] = std::move(created);
     return result;
 }
 
-void SoftEditRun::syncReplacements()
+void SoftEditRun::applyToObject(EditedObject& object, bool inDirectory)
 {
-    // once per run rather than per object: each sync waits for a flush of the disk's cache
-    for (const std::string& directory : m_directoriesToSync)
-        syncDirectory(directory.c_str());
-    m_directoriesToSync.clear();
-}
-
-bool SoftEditRun::compareObjects(const char* objectPath, const char* modifiedPath, IgnoreTags& ignore,
-                                 const std::list<DcmTagKey>& modified)
-{
-    ObjectComparator comparator(ignore);
-    comparator.verbose = verbose;
-    DcmFileFormat original;
-    DcmFileFormat written;
-    if (!comparator.loadObjectAndKqR(original, objectPath, nullptr) ||
-        !comparator.loadObjectAndKqR(written, modifiedPath, nullptr))
-        return false;
-    return comparator.compareObjects(original.getDataset(), written.getDataset(), OC_MODE_BINARY) &&
-           checkWrittenObject(original, written, modified);
-}
-
-SoftEditRun::OBJECT_RESULT SoftEditRun::applyToObject(const ObjectTarget& target, const std::string& entryName,
-                                                      bool inDirectory)
-{
+    const ObjectTarget& target = object.m_target;
     const char* objectPath = target.path().c_str();
-    const char* filePath = target.filePath().c_str();
-    DcmFileFormat object;
-    OFCondition cond = object.loadFile(filePath, EXS_Unknown, EGL_noChange, DCM_MaxReadLength, ERM_autoDetect);
-    if (cond.good() && isMediaStorageDirectory(object))
+    std::ostream& out = object.m_out;
+    std::ostream& err = object.m_err;
+    object.m_state = EditedObject::EO_FAILED;
+    object.m_size = target.status() ? target.status()->st_size : 0;
+    object.m_inMemory = target.status() && object.m_size <= IN_MEMORY_LIMIT;
+    TemporaryDirectory* temporaryDirectory = temporaryDirectoryFor(target.directory(), err);
+    if (!temporaryDirectory)
+        return;
+    // read, like everything else, through the directory opened at the start
+    object.m_temporaryDirectory = temporaryDirectory;
+    object.m_filePath = temporaryDirectory->objectPath(target.baseName());
+    const char* filePath = object.m_filePath.c_str();
+
+    DcmFileFormat file;
+    OFCondition cond;
+    if (object.m_inMemory)
+    {
+        cond = readWholeFile(filePath, object.m_original);
+        if (cond.good())
+            cond = loadFileFormat(file, object.m_original);
+    }
+    else
+        cond = file.loadFile(filePath, EXS_Unknown, EGL_noChange, DCM_MaxReadLength, ERM_autoDetect);
+    if (cond.good() && isMediaStorageDirectory(file))
     {
         if (inDirectory)
         {
             if (verbose)
-                std::cout << "Skipping " << entryName << std::endl;
-            return OR_SKIPPED;
+                out << "Skipping " << object.m_entryName << std::endl;
+            object.m_state = EditedObject::EO_SKIPPED;
+            return;
         }
         if (verbose)
-            std::cout << "Apply soft edit changes to " << objectPath << std::endl;
-        refuse(objectPath, "a DICOMDIR (Media Storage Directory) is never modified");
-        return OR_FAILED;
+            out << "Apply soft edit changes to " << objectPath << std::endl;
+        refuse(object, "a DICOMDIR (Media Storage Directory) is never modified");
+        return;
     }
     if (verbose)
-        std::cout << "Apply soft edit changes to " << objectPath << std::endl;
+        out << "Apply soft edit changes to " << objectPath << std::endl;
     if (cond.bad())
     {
-        std::cerr << "Error loading " << objectPath << " [" << cond.text() << "]" << std::endl;
-        return OR_FAILED;
+        err << "Error loading " << objectPath << " [" << cond.text() << "]" << std::endl;
+        return;
     }
     const std::string refusal = target.refusal(m_kqrStat);
     if (!refusal.empty())
+        return refuse(object, refusal);
+    if (!object.m_inMemory)
     {
-        refuse(objectPath, refusal);
-        return OR_FAILED;
+        cond = file.loadAllDataIntoMemory();
+        if (cond.bad())
+        {
+            err << "Error reading " << objectPath << " [" << cond.text() << "]" << std::endl;
+            return;
+        }
     }
-    cond = object.loadAllDataIntoMemory();
-    if (cond.bad())
-    {
-        std::cerr << "Error reading " << objectPath << " [" << cond.text() << "]" << std::endl;
-        return OR_FAILED;
-    }
-    TemporaryDirectory* temporaryDirectory = temporaryDirectoryFor(target.directory());
-    if (!temporaryDirectory)
-        return OR_FAILED;
-    const std::string tempFile = temporaryDirectory->fileFor(target.baseName());
-    const char* tempPath = tempFile.c_str();
+    object.m_tempName = temporaryDirectory->nameFor(target.baseName());
+    object.m_tempPath = temporaryDirectory->fileFor(target.baseName());
+    const char* tempPath = object.m_tempPath.c_str();
 
-    DcmDataset& dataset = *object.getDataset();
+    DcmDataset& dataset = *file.getDataset();
     OFString objectCharset;
     dataset.findAndGetOFStringArray(DCM_SpecificCharacterSet, objectCharset, OFFalse);
     std::string reason;
     DcmDataset* changes = m_charset.changesFor(objectCharset, reason);
     if (!changes)
-    {
-        refuse(objectPath, reason);
-        return OR_FAILED;
-    }
+        return refuse(object, reason);
 
-    IgnoreTags ignore;
-    std::list<DcmTagKey> modified;
-    cond = applyModifications(dataset, *changes, &modified);
+    cond = applyModifications(dataset, *changes, &object.m_modified);
     if (cond.bad())
     {
-        std::cerr << "Error applying soft edit changes to " << objectPath << " [" << cond.text() << "]"
-                  << std::endl;
-        return OR_FAILED;
+        err << "Error applying soft edit changes to " << objectPath << " [" << cond.text() << "]" << std::endl;
+        return;
     }
-    for (const DcmTagKey& key : modified)
+    for (const DcmTagKey& key : object.m_modified)
     {
         if (verbose)
-            std::cout << "   Modified key: " << key << std::endl;
-        ignore.tags.insert(key);
+            out << "   Modified key: " << key << std::endl;
+        object.m_ignore.tags.insert(key);
     }
-    ignore.patterns.insert("....0000");
+    object.m_ignore.patterns.insert("....0000");
 
-    // saveFile with the same parameters, but a write that fails late (full disk, file size
-    // limit) is reported here instead of leaving a silently truncated temporary file
-    cond = saveFileSynced(object, tempPath, EXS_Unknown, EET_UndefinedLength, EGL_recalcGL, EPD_noChange, 0, 0,
-                          EWM_createNewMeta);
+    // The temporary file is created new and gets the object's permissions and, where the process
+    // may, its owner, so that the archive's access rules survive the edit.
+    cond = createNewFileAt(temporaryDirectory->fd(), object.m_tempName.c_str(), object.m_fd);
+    if (cond.good() && target.status())
+    {
+        fchmod(object.m_fd, target.status()->st_mode & 07777);
+        if (fchown(object.m_fd, target.status()->st_uid, target.status()->st_gid) != 0)
+        {
+            // only a privileged process may give a file away; the mode still applies
+        }
+    }
+    // sequences with undefined length, group lengths recalculated, a new meta header; a write that
+    // fails late (full disk, file size limit) is reported, and its partial file is kept
+    if (cond.good() && object.m_inMemory)
+    {
+        cond = encodeFileFormat(file, object.m_written, EXS_Unknown, EET_UndefinedLength, EGL_recalcGL,
+                                EPD_noChange, 0, 0, EWM_createNewMeta);
+        if (cond.good())
+            cond = writeAll(object.m_fd, object.m_written.data(), object.m_written.size());
+    }
+    else if (cond.good())
+        cond = writeFileFormat(file, object.m_fd, EXS_Unknown, EET_UndefinedLength, EGL_recalcGL, EPD_noChange, 0,
+                               0, EWM_createNewMeta);
     if (cond.bad())
     {
-        std::cerr << "Error saving to temp file " << tempPath << " [" << cond.text() << "]" << std::endl;
-        return OR_FAILED;
+        err << "Error saving to temp file " << tempPath << " [" << cond.text() << "]" << std::endl;
+        return;
     }
+    // the disk starts writing now; the batch's sync only waits for what is left
+    sync_file_range(object.m_fd, 0, 0, SYNC_FILE_RANGE_WRITE);
+    object.m_state = EditedObject::EO_WRITTEN;
+}
 
-    if (!compareObjects(filePath, tempPath, ignore, modified))
+bool SoftEditRun::compareObjects(EditedObject& object)
+{
+    ObjectComparator comparator(object.m_ignore);
+    comparator.verbose = verbose;
+    comparator.setOutput(object.m_out, object.m_err);
+    const char* objectPath = object.m_target.path().c_str();
+    const char* tempPath = object.m_tempPath.c_str();
+    DcmFileFormat original;
+    DcmFileFormat written;
+    bool equal;
+    if (object.m_inMemory)
     {
-        std::cerr << "Objects differ after applying soft edit changes for " << objectPath << "[" << tempPath << "]"
-                  << std::endl;
-        unlink(tempPath);
-        return OR_FAILED;
+        OFCondition cond = loadFileFormat(original, object.m_original);
+        if (cond.bad())
+            object.m_err << "Error loading " << objectPath << "(" << cond.text() << ")" << std::endl;
+        else if ((cond = loadFileFormat(written, object.m_written)).bad())
+            object.m_err << "Error loading " << tempPath << "(" << cond.text() << ")" << std::endl;
+        equal = cond.good();
     }
+    else
+    {
+        // values stay in the files, read through the directories opened at the start
+        const std::string writtenPath = object.m_temporaryDirectory->temporaryPath(object.m_tempName);
+        OFCondition cond = original.loadFile(object.m_filePath.c_str(), EXS_Unknown, EGL_noChange, LAZY_READ_LENGTH,
+                                             ERM_autoDetect);
+        if (cond.bad())
+            object.m_err << "Error loading " << objectPath << "(" << cond.text() << ")" << std::endl;
+        else if ((cond = written.loadFile(writtenPath.c_str(), EXS_Unknown, EGL_noChange, LAZY_READ_LENGTH,
+                                          ERM_autoDetect))
+                     .bad())
+            object.m_err << "Error loading " << tempPath << "(" << cond.text() << ")" << std::endl;
+        equal = cond.good();
+    }
+    equal = equal && comparator.compareObjects(original.getDataset(), written.getDataset(), OC_MODE_BINARY) &&
+            checkWrittenObject(original, written, object.m_modified, object.m_err);
+    std::string().swap(object.m_original);
+    std::string().swap(object.m_written);
+    if (!equal)
+        object.m_err << "Objects differ after applying soft edit changes for " << objectPath << "[" << tempPath
+                     << "]" << std::endl;
+    return equal;
+}
 
-    keepModeAndOwner(filePath, tempPath);
-    if (rename(tempPath, filePath) != 0)
+void SoftEditRun::writeReports()
+{
+    while (!m_queue.empty() && (m_queue.front()->m_state == EditedObject::EO_SKIPPED ||
+                                m_queue.front()->m_state == EditedObject::EO_COMMITTED))
     {
-        std::cerr << "Error moving modified file to it's final place for " << objectPath << std::endl;
-        unlink(tempPath);
-        return OR_FAILED;
+        std::cout << m_queue.front()->m_out.str() << std::flush;
+        std::cerr << m_queue.front()->m_err.str() << std::flush;
+        m_queue.pop_front();
     }
-    m_directoriesToSync.insert(target.directory());
-    return OR_REPLACED;
+}
+
+bool SoftEditRun::failAt(EditedObject* failed)
+{
+    m_failedPath = failed->m_target.path();
+    // what came before the failure is committed; that may itself fail earlier
+    if (!commit(failed))
+        return false;
+    if (m_verification.valid())
+        m_verification.wait();
+    m_verifying = nullptr;
+    bool after = false;
+    while (!m_queue.empty())
+    {
+        std::unique_ptr<EditedObject> entry = std::move(m_queue.front());
+        m_queue.pop_front();
+        if (after)
+        {
+            // never reported: the run stopped before it
+            if (entry->m_state == EditedObject::EO_WRITTEN || entry->m_state == EditedObject::EO_VERIFIED)
+                entry->discardTemporaryFile();
+            continue;
+        }
+        std::cout << entry->m_out.str() << std::flush;
+        std::cerr << entry->m_err.str() << std::flush;
+        after = entry.get() == failed;
+    }
+    return false;
+}
+
+bool SoftEditRun::settleVerification()
+{
+    EditedObject* object = m_verifying;
+    if (!object)
+        return true;
+    const bool equal = m_verification.get();
+    m_verifying = nullptr;
+    if (!equal)
+    {
+        object->discardTemporaryFile();
+        object->m_state = EditedObject::EO_FAILED;
+        return failAt(object);
+    }
+    object->m_state = EditedObject::EO_VERIFIED;
+    ++m_pendingObjects;
+    m_pendingBytes += object->m_size;
+    return true;
+}
+
+bool SoftEditRun::commit(const EditedObject* stopAt)
+{
+    std::vector<EditedObject*> batch;
+    for (auto& entry : m_queue)
+    {
+        if (entry.get() == stopAt)
+            break;
+        if (entry->m_state == EditedObject::EO_VERIFIED)
+            batch.push_back(entry.get());
+    }
+    m_pendingObjects = 0;
+    m_pendingBytes = 0;
+
+    // every temporary file of the batch on disk before the first rename
+    EditedObject* failed = nullptr;
+    size_t durable = 0;
+    for (; durable < batch.size(); ++durable)
+    {
+        EditedObject* object = batch[durable];
+        if (fdatasync(object->m_fd) != 0)
+        {
+            object->m_err << "Error saving to temp file " << object->m_tempPath << " [" << strerror(errno) << "]"
+                          << std::endl;
+            object->m_state = EditedObject::EO_FAILED;
+            failed = object;
+            break;
+        }
+        close(object->m_fd);
+        object->m_fd = -1;
+    }
+    std::set<TemporaryDirectory*> directories;
+    for (size_t i = 0; i < durable; ++i)
+    {
+        EditedObject* object = batch[i];
+        TemporaryDirectory* directory = object->m_temporaryDirectory;
+        if (renameat(directory->fd(), object->m_tempName.c_str(), directory->directoryFd(),
+                     object->m_target.baseName().c_str()) != 0)
+        {
+            object->m_err << "Error moving modified file to it's final place for " << object->m_target.path()
+                          << std::endl;
+            object->discardTemporaryFile();
+            object->m_state = EditedObject::EO_FAILED;
+            failed = object;
+            break;
+        }
+        object->m_state = EditedObject::EO_COMMITTED;
+        directories.insert(directory);
+    }
+    // once per batch rather than per object: each sync waits for a flush of the disk's cache
+    for (TemporaryDirectory* directory : directories)
+        directory->syncDirectory();
+    if (failed)
+        return failAt(failed);
+    writeReports();
+    return true;
+}
+
+bool SoftEditRun::submit(std::unique_ptr<EditedObject> object)
+{
+    EditedObject* entry = object.get();
+    m_queue.push_back(std::move(object));
+    if (!settleVerification())
+        return false;
+    if (entry->m_state == EditedObject::EO_FAILED)
+        return failAt(entry);
+    if (entry->m_state == EditedObject::EO_WRITTEN)
+    {
+        m_verifying = entry;
+        m_verification = std::async(m_parallel ? std::launch::async : std::launch::deferred,
+                                    [this, entry] { return compareObjects(*entry); });
+        if (!m_parallel && !settleVerification())
+            return false;
+    }
+    if (m_pendingObjects >= BATCH_OBJECTS || m_pendingBytes >= BATCH_BYTES)
+        return commit(nullptr);
+    writeReports();
+    return true;
+}
+
+bool SoftEditRun::finish()
+{
+    return settleVerification() && commit(nullptr);
 }
 
 int SoftEditRun::applyToSingleObject(const char* objectName)
 {
-    const ObjectTarget target(objectName);
-    if (!temporaryDirectoryFor(target.directory()))
+    std::unique_ptr<EditedObject> object(new EditedObject(objectName, ""));
+    object->m_entryName = object->m_target.baseName();
+    if (!temporaryDirectoryFor(object->m_target.directory(), std::cerr))
         return 1;
-    const OBJECT_RESULT result = applyToObject(target, target.baseName(), false);
-    syncReplacements();
-    if (result != OR_REPLACED)
+    applyToObject(*object, false);
+    if (!submit(std::move(object)) || !finish())
     {
         std::cerr << "Applying soft edit changes to object failed: " << objectName << std::endl;
         return 1;
@@ -242,7 +440,7 @@ int SoftEditRun::applyToStudyDirectory(const char* studyDir)
         std::cerr << "Study directory could not be opened: " << studyDir << std::endl;
         return 1;
     }
-    if (!temporaryDirectoryFor(studyDir))
+    if (!temporaryDirectoryFor(studyDir, std::cerr))
     {
         closedir(dir);
         return 1;
@@ -250,56 +448,54 @@ int SoftEditRun::applyToStudyDirectory(const char* studyDir)
     if (verbose)
         std::cout << "Iterating through files in " << studyDir << std::endl;
 
-    int status = 0;
+    bool ok = true;
     errno = 0;
     while (struct dirent* entry = readdir(dir))
     {
         const char* name = entry->d_name;
-        const std::string objectPath = std::string(studyDir) + "/" + name;
+        std::unique_ptr<EditedObject> object(new EditedObject(std::string(studyDir) + "/" + name, name));
         if (name[0] == '.' || strncmp(name, "KqR.", 4) == 0)
         {
             if (verbose)
-                std::cout << "Skipping " << name << std::endl;
-            continue;
+                object->m_out << "Skipping " << name << std::endl;
+            object->m_state = EditedObject::EO_SKIPPED;
         }
-        if (entry->d_type == DT_DIR)
+        else if (entry->d_type == DT_DIR || (entry->d_type == DT_LNK && object->m_target.isDirectory()))
         {
             if (verbose)
-                std::cout << "Skipping directory " << name << std::endl;
-            continue;
+                object->m_out << "Skipping directory " << name << std::endl;
+            object->m_state = EditedObject::EO_SKIPPED;
         }
-        const ObjectTarget target(objectPath);
-        if (entry->d_type == DT_LNK && target.isDirectory())
-        {
-            if (verbose)
-                std::cout << "Skipping directory " << name << std::endl;
-            errno = 0;
-            continue;
-        }
-        struct stat st;
-        if (stat(target.filePath().c_str(), &st) == 0 && st.st_dev == m_kqrStat.st_dev &&
-            st.st_ino == m_kqrStat.st_ino)
+        else if (object->m_target.status() && object->m_target.status()->st_dev == m_kqrStat.st_dev &&
+                 object->m_target.status()->st_ino == m_kqrStat.st_ino)
         {
             // the run's own KqR file, under another name
             if (verbose)
-                std::cout << "Skipping " << name << std::endl;
-            errno = 0;
-            continue;
+                object->m_out << "Skipping " << name << std::endl;
+            object->m_state = EditedObject::EO_SKIPPED;
         }
-        if (applyToObject(target, name, true) == OR_FAILED)
+        else
+            applyToObject(*object, true);
+        if (!submit(std::move(object)))
         {
-            std::cerr << "Applying soft edit changes to object failed: " << objectPath << std::endl;
-            status = 1;
+            ok = false;
             break;
         }
         errno = 0;
     }
-    if (status == 0 && errno != 0)
+    const int walkError = errno;
+    closedir(dir);
+    if (ok && !finish())
+        ok = false;
+    if (!ok)
+    {
+        std::cerr << "Applying soft edit changes to object failed: " << m_failedPath << std::endl;
+        return 1;
+    }
+    if (walkError != 0)
     {
         std::cerr << "An error occured while iterating through on files in " << studyDir << std::endl;
-        status = 1;
+        return 1;
     }
-    closedir(dir);
-    syncReplacements();
-    return status;
+    return 0;
 }

@@ -4,28 +4,36 @@
 #ifndef APPLYCHANGES_SOFTEDITRUN_H
 #define APPLYCHANGES_SOFTEDITRUN_H
 
-#include "applychanges/ObjectTarget.h"
+#include "applychanges/EditedObject.h"
 #include "applychanges/TemporaryDirectory.h"
 #include "dcmutils/ChangeSetCharset.h"
-#include "objdiff/IgnoreTags.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcdatset.h"
 
 #include <sys/stat.h>
 
-#include <list>
+#include <deque>
+#include <future>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 
 /// Process-wide: print progress and every modified key on standard output (-v).
 extern bool verbose;
 
-/** Applies a KqR file's changes to objects. Every failure is reported on standard error as one
- *  line where it is first understood; the run's exit status comes from applyToSingleObject or
- *  applyToStudyDirectory.
+/** Applies a KqR file's changes to objects, as a pipeline that keeps every guarantee of doing
+ *  them one after the other:
+ *  - the main thread loads, edits and writes object i + 1 while the second core verifies object
+ *    i (the time-zone conversion, which changes the process's TZ, stays on the main thread);
+ *  - verified temporary files are made durable in batches (64 objects or 256 MiB), then renamed
+ *    in walk order, then their directories are synced once per batch; no rename comes before its
+ *    temporary file is on disk, so each object is at every instant its original or completely
+ *    edited;
+ *  - when object k fails, every earlier object is made durable and renamed, k and every later
+ *    object stay byte-identical (later temporary files are removed), and the lines printed are
+ *    those of a run that did one object after the other and stopped at k.
+ *  With one core, verification runs on the main thread.
  */
 class SoftEditRun
 {
@@ -35,6 +43,8 @@ public:
      *  @param kqrPath its path, for messages and to recognise the file among the objects
      */
     SoftEditRun(DcmDataset& changes, const char* kqrPath);
+    /** Waits for a verification still running (after an early return). */
+    ~SoftEditRun();
 
     /** Refuses a change set that can only damage objects, before any object is touched.
      *  @return true when the changes may be applied; false after one line on standard error
@@ -53,30 +63,43 @@ public:
     int applyToStudyDirectory(const char* studyDir);
 
 private:
-    /// what became of one object
-    enum OBJECT_RESULT
-    {
-        OR_REPLACED,
-        OR_SKIPPED,
-        OR_FAILED
-    };
+    SoftEditRun(const SoftEditRun&);
+    SoftEditRun& operator=(const SoftEditRun&);
 
-    /** Loads, edits, saves to the temporary file, verifies and replaces one object. In a
-     *  directory run a DICOMDIR is skipped; named alone it is refused. */
-    OBJECT_RESULT applyToObject(const ObjectTarget& target, const std::string& entryName, bool inDirectory);
+    /** Stage one, on the main thread: loads the object, applies the changes, writes the
+     *  temporary file and starts its write-out. A DICOMDIR is skipped in a directory run and
+     *  refused when named alone. */
+    void applyToObject(EditedObject& object, bool inDirectory);
 
-    /** Compares the original with the written object, ignoring what the edit changed, then
-     *  checks what the comparison does not cover.
+    /** Stage two: compares the original with the written object, ignoring what the edit changed,
+     *  then checks what the comparison does not cover.
      *  @return true when the objects are equal apart from the ignored attributes */
-    bool compareObjects(const char* objectPath, const char* modifiedPath, IgnoreTags& ignore,
-                        const std::list<DcmTagKey>& modified);
+    bool compareObjects(EditedObject& object);
+
+    /** Takes an entry that went through stage one into the pipeline.
+     *  @return false when the run has ended with a failure */
+    bool submit(std::unique_ptr<EditedObject> object);
+
+    /** Waits for the object in verification and settles it; false when it failed. */
+    bool settleVerification();
+
+    /** Makes the verified objects before stopAt (all of them for null) durable, renames them in
+     *  walk order and syncs their directories; false when one of them failed. */
+    bool commit(const EditedObject* stopAt);
+
+    /** Ends the run at a failed entry: what came before it is committed, the reports up to it are
+     *  written and every later entry is discarded. Returns false. */
+    bool failAt(EditedObject* failed);
+
+    /** Writes the reports of the settled entries at the front of the queue, in walk order. */
+    void writeReports();
+
+    /** Waits for the pipeline to empty and commits the rest; false when something failed. */
+    bool finish();
 
     /** The locked ".tmp" directory for a directory of objects, opened on first use; null after
-     *  its one-line error. */
-    TemporaryDirectory* temporaryDirectoryFor(const std::string& directory);
-
-    /** Syncs every directory in which an object was replaced, so that the renames are durable. */
-    void syncReplacements();
+     *  its one-line error on err. */
+    TemporaryDirectory* temporaryDirectoryFor(const std::string& directory, std::ostream& err);
 
     DcmDataset& m_changes;
     std::string m_kqrPath;
@@ -84,8 +107,18 @@ private:
     ChangeSetCharset m_charset;
     /// open ".tmp" directories by the real path of their object directory
     std::map<std::string, std::unique_ptr<TemporaryDirectory>> m_temporaryDirectories;
-    /// directories with a rename not yet synced
-    std::set<std::string> m_directoriesToSync;
+    /// entries not yet reported, in walk order
+    std::deque<std::unique_ptr<EditedObject>> m_queue;
+    /// the entry in verification on the second core, if any, and its result
+    EditedObject* m_verifying;
+    std::future<bool> m_verification;
+    /// verified objects waiting for the next commit, and their bytes
+    unsigned long m_pendingObjects;
+    unsigned long long m_pendingBytes;
+    /// whether a second core verifies
+    bool m_parallel;
+    /// the object whose failure ended the run
+    std::string m_failedPath;
 };
 
 #endif

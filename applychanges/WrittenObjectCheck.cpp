@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <iostream>
 
 namespace {
 
@@ -23,7 +22,7 @@ bool wasModified(const std::list<DcmTagKey>& modified, const DcmTagKey& key)
 // One meta header element: the written value must be the original's, or the dataset's value of
 // its counterpart when the edit set that.
 bool checkMetaElement(DcmFileFormat& original, DcmFileFormat& written, const DcmTagKey& metaKey,
-                      const DcmTagKey& datasetKey, const std::list<DcmTagKey>& modified)
+                      const DcmTagKey& datasetKey, const std::list<DcmTagKey>& modified, std::ostream& err)
 {
     OFString expected;
     if (original.getMetaInfo()->findAndGetOFStringArray(metaKey, expected).bad())
@@ -35,7 +34,7 @@ bool checkMetaElement(DcmFileFormat& original, DcmFileFormat& written, const Dcm
     if (actual == expected)
         return true;
     DcmTag tag(metaKey);
-    std::cerr << "! " << metaKey << " " << tag.getTagName() << " differs in the written meta header (" << expected
+    err << "! " << metaKey << " " << tag.getTagName() << " differs in the written meta header (" << expected
               << " != " << actual << ")" << std::endl;
     return false;
 }
@@ -76,7 +75,7 @@ bool sameBytes(DcmPixelItem* first, DcmPixelItem* second)
     return true;
 }
 
-bool checkFragments(DcmFileFormat& original, DcmFileFormat& written)
+bool checkFragments(DcmFileFormat& original, DcmFileFormat& written, std::ostream& err)
 {
     DcmPixelSequence* first = pixelSequence(original);
     if (!first)
@@ -84,7 +83,7 @@ bool checkFragments(DcmFileFormat& original, DcmFileFormat& written)
     DcmPixelSequence* second = pixelSequence(written);
     if (!second || first->card() != second->card())
     {
-        std::cerr << "! " << DCM_PixelData << " Number of pixel items differs in the written object ("
+        err << "! " << DCM_PixelData << " Number of pixel items differs in the written object ("
                   << first->card() << " != " << (second ? second->card() : 0) << ")" << std::endl;
         return false;
     }
@@ -95,7 +94,7 @@ bool checkFragments(DcmFileFormat& original, DcmFileFormat& written)
         if (first->getItem(firstItem, i).bad() || second->getItem(secondItem, i).bad() ||
             !sameBytes(firstItem, secondItem))
         {
-            std::cerr << "! Pixel Item (" << i << ") differs in the written object" << std::endl;
+            err << "! Pixel Item (" << i << ") differs in the written object" << std::endl;
             return false;
         }
     }
@@ -104,10 +103,11 @@ bool checkFragments(DcmFileFormat& original, DcmFileFormat& written)
 
 } // namespace
 
-bool checkWrittenObject(DcmFileFormat& original, DcmFileFormat& written, const std::list<DcmTagKey>& modified)
+bool checkWrittenObject(DcmFileFormat& original, DcmFileFormat& written, const std::list<DcmTagKey>& modified,
+                        std::ostream& err)
 {
-    return checkMetaElement(original, written, DCM_MediaStorageSOPClassUID, DCM_SOPClassUID, modified) &&
-           checkMetaElement(original, written, DCM_MediaStorageSOPInstanceUID, DCM_SOPInstanceUID, modified) &&
-           checkMetaElement(original, written, DCM_TransferSyntaxUID, DcmTagKey(), modified) &&
-           checkFragments(original, written);
+    return checkMetaElement(original, written, DCM_MediaStorageSOPClassUID, DCM_SOPClassUID, modified, err) &&
+           checkMetaElement(original, written, DCM_MediaStorageSOPInstanceUID, DCM_SOPInstanceUID, modified, err) &&
+           checkMetaElement(original, written, DCM_TransferSyntaxUID, DcmTagKey(), modified, err) &&
+           checkFragments(original, written, err);
 }

@@ -7,6 +7,7 @@
 #include "dcmtk/dcmdata/dcfilefo.h"
 
 #include <list>
+#include <ostream>
 
 /** Checks the written object against the original:
  *  - its meta header keeps the original's Media Storage SOP Class UID, Media Storage SOP Instance
@@ -14,12 +15,13 @@
  *    SOP Instance UID;
  *  - encapsulated pixel data has the same fragments, byte for byte (read piece by piece from the
  *    files, so that memory stays bounded).
- *  Each difference is printed on standard error as one line starting with "! ".
+ *  Each difference is printed on err as one line starting with "! ".
  *  @param original the original object as loaded for the comparison (values may stay in its file)
  *  @param written the written object as loaded for the comparison
  *  @param modified the keys the edit set
  *  @return true when nothing differs
  */
-bool checkWrittenObject(DcmFileFormat& original, DcmFileFormat& written, const std::list<DcmTagKey>& modified);
+bool checkWrittenObject(DcmFileFormat& original, DcmFileFormat& written, const std::list<DcmTagKey>& modified,
+                        std::ostream& err);
 
 #endif

@@ -40,12 +40,17 @@ OFCondition encode(DcmFileFormat& file, DcmOutputStream& stream, E_TransferSynta
 
 OFCondition createNewFile(const char* path, int& fd)
 {
+    return createNewFileAt(AT_FDCWD, path, fd);
+}
+
+OFCondition createNewFileAt(int directoryFd, const char* name, int& fd)
+{
     fd = -1;
-    if (path == NULL || *path == '\0')
+    if (name == NULL || *name == '\0')
         return EC_InvalidFilename;
-    if (unlink(path) != 0 && errno != ENOENT)
+    if (unlinkat(directoryFd, name, 0) != 0 && errno != ENOENT)
         return systemError(errno);
-    fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    fd = openat(directoryFd, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
     return fd < 0 ? systemError(errno) : EC_Normal;
 }
 

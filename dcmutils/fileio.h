@@ -18,6 +18,10 @@
  */
 OFCondition createNewFile(const char* path, int& fd);
 
+/** createNewFile for a name relative to an open directory (as openat(2)), so that the file lands
+ *  in that very directory even if its path has changed since it was opened. */
+OFCondition createNewFileAt(int directoryFd, const char* name, int& fd);
+
 /** Writes file onto an open descriptor as DcmFileFormat::saveFile would write it with these
  *  parameters, in pieces of 1 MiB. The descriptor stays open and is not synced.
  *  @return EC_Normal, or a condition with the system's error text (full disk, file size limit)
