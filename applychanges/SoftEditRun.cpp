@@ -76,18 +76,12 @@ SoftEditRun::SoftEditRun(DcmDataset& changes, const char* kqrPath)
     , m_kqrPath(kqrPath)
     , m_charset(changes)
     , m_verifying(nullptr)
+    , m_worker(usesMoreThanOneCore())
     , m_pendingObjects(0)
     , m_pendingBytes(0)
-    , m_parallel(usesMoreThanOneCore())
 {
     if (stat(kqrPath, &m_kqrStat) != 0)
         memset(&m_kqrStat, 0, sizeof(m_kqrStat));
-}
-
-SoftEditRun::~SoftEditRun()
-{
-    if (m_verification.valid())
-        m_verification.wait();
 }
 
 bool SoftEditRun::checkChanges()
@@ -101,16 +95,19 @@ bool SoftEditRun::checkChanges()
 
 TemporaryDirectory* SoftEditRun::temporaryDirectoryFor(const std::string& directory, std::ostream& err)
 {
+    auto named = m_temporaryDirectoryNames.find(directory);
+    if (named != m_temporaryDirectoryNames.end())
+        return named->second;
     const std::string key = realDirectory(directory);
     auto found = m_temporaryDirectories.find(key);
     if (found != m_temporaryDirectories.end())
-        return found->second.get();
+        return m_temporaryDirectoryNames[directory] = found->second.get();
     std::unique_ptr<TemporaryDirectory> created(new TemporaryDirectory);
     if (!created->open(directory, err))
         return nullptr;
     TemporaryDirectory* result = created.get();
     m_temporaryDirectories[key] = std::move(created);
-    return result;
+    return m_temporaryDirectoryNames[directory] = result;
 }
 
 void SoftEditRun::applyToObject(EditedObject& object, bool inDirectory)
@@ -201,7 +198,7 @@ void SoftEditRun::applyToObject(EditedObject& object, bool inDirectory)
 
     // The temporary file is created new and gets the object's permissions and, where the process
     // may, its owner, so that the archive's access rules survive the edit.
-    cond = createNewFileAt(temporaryDirectory->fd(), object.m_tempName.c_str(), object.m_fd);
+    cond = temporaryDirectory->createFile(object.m_tempName, object.m_fd);
     if (cond.good() && target.status())
     {
         fchmod(object.m_fd, target.status()->st_mode & 07777);
@@ -222,6 +219,9 @@ void SoftEditRun::applyToObject(EditedObject& object, bool inDirectory)
     else if (cond.good())
         cond = writeFileFormat(file, object.m_fd, EXS_Unknown, EET_UndefinedLength, EGL_recalcGL, EPD_noChange, 0,
                                0, EWM_createNewMeta);
+    // a recycled file is overwritten in place: cut it to what was written
+    if (cond.good() && ftruncate(object.m_fd, lseek(object.m_fd, 0, SEEK_CUR)) != 0)
+        cond = makeOFCondition(OFM_dcmdata, 19, OF_error, strerror(errno));
     if (cond.bad())
     {
         err << "Error saving to temp file " << tempPath << " [" << cond.text() << "]" << std::endl;
@@ -292,8 +292,8 @@ bool SoftEditRun::failAt(EditedObject* failed)
     // what came before the failure is committed; that may itself fail earlier
     if (!commit(failed))
         return false;
-    if (m_verification.valid())
-        m_verification.wait();
+    if (m_worker.pending())
+        m_worker.wait();
     m_verifying = nullptr;
     bool after = false;
     while (!m_queue.empty())
@@ -319,7 +319,7 @@ bool SoftEditRun::settleVerification()
     EditedObject* object = m_verifying;
     if (!object)
         return true;
-    const bool equal = m_verification.get();
+    const bool equal = m_worker.wait();
     m_verifying = nullptr;
     if (!equal)
     {
@@ -368,8 +368,7 @@ bool SoftEditRun::commit(const EditedObject* stopAt)
     {
         EditedObject* object = batch[i];
         TemporaryDirectory* directory = object->m_temporaryDirectory;
-        if (renameat(directory->fd(), object->m_tempName.c_str(), directory->directoryFd(),
-                     object->m_target.baseName().c_str()) != 0)
+        if (!directory->replace(object->m_tempName, object->m_target.baseName()))
         {
             object->m_err << "Error moving modified file to it's final place for " << object->m_target.path()
                           << std::endl;
@@ -401,15 +400,27 @@ bool SoftEditRun::submit(std::unique_ptr<EditedObject> object)
     if (entry->m_state == EditedObject::EO_WRITTEN)
     {
         m_verifying = entry;
-        m_verification = std::async(m_parallel ? std::launch::async : std::launch::deferred,
-                                    [this, entry] { return compareObjects(*entry); });
-        if (!m_parallel && !settleVerification())
-            return false;
+        m_worker.start([this, entry] { return compareObjects(*entry); });
     }
     if (m_pendingObjects >= BATCH_OBJECTS || m_pendingBytes >= BATCH_BYTES)
         return commit(nullptr);
     writeReports();
     return true;
+}
+
+bool SoftEditRun::isPending(const ObjectTarget& target) const
+{
+    const struct stat* st = target.status();
+    if (!st)
+        return false;
+    for (const auto& entry : m_queue)
+    {
+        const struct stat* other = entry->m_target.status();
+        if (other && other->st_dev == st->st_dev && other->st_ino == st->st_ino &&
+            (entry->m_state == EditedObject::EO_WRITTEN || entry->m_state == EditedObject::EO_VERIFIED))
+            return true;
+    }
+    return false;
 }
 
 bool SoftEditRun::finish()
@@ -475,7 +486,16 @@ int SoftEditRun::applyToStudyDirectory(const char* studyDir)
             object->m_state = EditedObject::EO_SKIPPED;
         }
         else
+        {
+            // a second name of an object still on its way (a link to it): that one is finished
+            // first, so that the two edits follow each other as they would one at a time
+            if (isPending(object->m_target) && !finish())
+            {
+                ok = false;
+                break;
+            }
             applyToObject(*object, true);
+        }
         if (!submit(std::move(object)))
         {
             ok = false;

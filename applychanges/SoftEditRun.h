@@ -4,6 +4,7 @@
 #ifndef APPLYCHANGES_SOFTEDITRUN_H
 #define APPLYCHANGES_SOFTEDITRUN_H
 
+#include "applychanges/BackgroundWorker.h"
 #include "applychanges/EditedObject.h"
 #include "applychanges/TemporaryDirectory.h"
 #include "dcmutils/ChangeSetCharset.h"
@@ -14,7 +15,6 @@
 #include <sys/stat.h>
 
 #include <deque>
-#include <future>
 #include <map>
 #include <memory>
 #include <string>
@@ -43,8 +43,6 @@ public:
      *  @param kqrPath its path, for messages and to recognise the file among the objects
      */
     SoftEditRun(DcmDataset& changes, const char* kqrPath);
-    /** Waits for a verification still running (after an early return). */
-    ~SoftEditRun();
 
     /** Refuses a change set that can only damage objects, before any object is touched.
      *  @return true when the changes may be applied; false after one line on standard error
@@ -97,6 +95,9 @@ private:
     /** Waits for the pipeline to empty and commits the rest; false when something failed. */
     bool finish();
 
+    /** True when the file behind target is already on its way through the pipeline. */
+    bool isPending(const ObjectTarget& target) const;
+
     /** The locked ".tmp" directory for a directory of objects, opened on first use; null after
      *  its one-line error on err. */
     TemporaryDirectory* temporaryDirectoryFor(const std::string& directory, std::ostream& err);
@@ -105,18 +106,18 @@ private:
     std::string m_kqrPath;
     struct stat m_kqrStat;
     ChangeSetCharset m_charset;
-    /// open ".tmp" directories by the real path of their object directory
+    /// open ".tmp" directories by the real path of their object directory, and by the names
+    /// they were asked for with
     std::map<std::string, std::unique_ptr<TemporaryDirectory>> m_temporaryDirectories;
+    std::map<std::string, TemporaryDirectory*> m_temporaryDirectoryNames;
     /// entries not yet reported, in walk order
     std::deque<std::unique_ptr<EditedObject>> m_queue;
-    /// the entry in verification on the second core, if any, and its result
+    /// the entry in verification, if any, and the second core that verifies it
     EditedObject* m_verifying;
-    std::future<bool> m_verification;
+    BackgroundWorker m_worker;
     /// verified objects waiting for the next commit, and their bytes
     unsigned long m_pendingObjects;
     unsigned long long m_pendingBytes;
-    /// whether a second core verifies
-    bool m_parallel;
     /// the object whose failure ended the run
     std::string m_failedPath;
 };

@@ -1,10 +1,13 @@
 #include "applychanges/TemporaryDirectory.h"
 
+#include "dcmutils/fileio.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <string>
@@ -17,6 +20,7 @@ TemporaryDirectory::TemporaryDirectory() : m_directoryFd(-1), m_fd(-1) {}
 
 TemporaryDirectory::~TemporaryDirectory()
 {
+    removeSpares();
     if (m_fd >= 0)
         close(m_fd);
     if (m_directoryFd >= 0)
@@ -86,10 +90,60 @@ std::string TemporaryDirectory::temporaryPath(const std::string& name) const
     return throughDescriptor(m_fd, m_path, name);
 }
 
-bool TemporaryDirectory::syncDirectory() const
+OFCondition TemporaryDirectory::createFile(const std::string& name, int& fd)
 {
-    if (fsync(m_directoryFd) == 0)
+    // a spare of that very name first: renaming another one onto it would lose track of it
+    auto own = std::find(m_spares.begin(), m_spares.end(), name);
+    if (own != m_spares.end())
+        std::iter_swap(own, m_spares.end() - 1);
+    while (!m_spares.empty())
+    {
+        const std::string spare = m_spares.back();
+        m_spares.pop_back();
+        // our own file, by its name in our locked directory; still, only a plain file of ours
+        // with one link is written to
+        fd = openat(m_fd, spare.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC);
+        struct stat st;
+        if (fd >= 0 && fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_nlink == 1 &&
+            (st.st_uid == geteuid() || geteuid() == 0) &&
+            (spare == name || renameat(m_fd, spare.c_str(), m_fd, name.c_str()) == 0))
+            return EC_Normal;
+        if (fd >= 0)
+            close(fd);
+        fd = -1;
+        unlinkat(m_fd, spare.c_str(), 0);
+    }
+    return createNewFileAt(m_fd, name.c_str(), fd);
+}
+
+bool TemporaryDirectory::replace(const std::string& name, const std::string& baseName)
+{
+    // the original takes the temporary name: a spare once the exchange is on disk
+    if (renameat2(m_fd, name.c_str(), m_directoryFd, baseName.c_str(), RENAME_EXCHANGE) == 0)
+    {
+        m_exchanged.push_back(name);
         return true;
+    }
+    // file systems that cannot exchange, and objects gone meanwhile: a plain rename
+    return renameat(m_fd, name.c_str(), m_directoryFd, baseName.c_str()) == 0;
+}
+
+bool TemporaryDirectory::syncDirectory()
+{
+    if (fsync(m_directoryFd) != 0 && errno != EINVAL && errno != EROFS)
+        return false; // the originals stay as they are: an exchange may not be on disk
     // Some file systems cannot sync directories; nothing more can be done there.
-    return errno == EINVAL || errno == EROFS;
+    m_spares.insert(m_spares.end(), m_exchanged.begin(), m_exchanged.end());
+    m_exchanged.clear();
+    return true;
+}
+
+void TemporaryDirectory::removeSpares()
+{
+    for (const std::string& spare : m_spares)
+        unlinkat(m_fd, spare.c_str(), 0);
+    for (const std::string& spare : m_exchanged)
+        unlinkat(m_fd, spare.c_str(), 0);
+    m_spares.clear();
+    m_exchanged.clear();
 }
