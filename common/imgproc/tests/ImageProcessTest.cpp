@@ -7,6 +7,7 @@
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dctk.h"
+#include "dcmtk/oflog/oflog.h"
 
 #include <gtest/gtest.h>
 
@@ -190,6 +191,7 @@ TEST(ImageProcess, FramesGoToTheMemoryByFrameNumber)
 
 TEST(ImageProcess, PixelPathMessages)
 {
+    OFLog::configure(OFLogger::WARN_LOG_LEVEL);
     struct Case
     {
         const char* name;
