@@ -128,10 +128,9 @@ unsigned int CImageProcess::processImageElem(DcmElement* element, const DcmEVR& 
         // the fragments of a decoded frame are read again from the file when needed
         if (sequence != nullptr)
         {
-            DcmPixelItem* item = nullptr;
-            for (unsigned long i = 0; i < sequence->card(); ++i)
-                if (sequence->getItem(item, i).good() && item != nullptr)
-                    item->compact();
+            for (DcmObject* item = sequence->nextInContainer(nullptr); item != nullptr;
+                 item = sequence->nextInContainer(item))
+                static_cast<DcmPixelItem*>(item)->compact();
         }
     }
     return errors;
