@@ -303,6 +303,39 @@ void jpeg2000Seeds(const std::string& dir)
     }
 }
 
+// Single objects for fuzz_imgproc: the corpus's images of every encoding, small ones first, and
+// a generated image with overlays (separate and embedded) and a private block.
+void imgprocSeeds(const std::string& dir, const std::string& scratch)
+{
+    const char* const objects[] = {"MR_small.dcm", "MR_small_bigendian.dcm", "MR_small_RLE.dcm",
+                                   "MR_small_jp2klossless.dcm", "MR_small_jpeg_ls_lossless.dcm", "JPGExtended.dcm",
+                                   "SC_rgb_small_odd.dcm", "SC_rgb_small_odd_jpeg.dcm", "SC_ybr_full_422_uncompressed.dcm",
+                                   "SC_rgb_rle_16bit_2frame.dcm", "ExplVR_BigEnd.dcm", "rtdose.dcm", "rtdose_expb.dcm",
+                                   "liver_1frame.dcm", "image_dfl.dcm", "GDCMJ2K_TextGBR.dcm", "badVR.dcm"};
+    for (const char* name : objects)
+        seed(dir, name, readFile(corpus(name)));
+    DcmFileFormat file;
+    DcmDataset* ds = generatedImage(8, 8, 16, 12, true, 1);
+    file.getDataset()->copyFrom(*ds);
+    delete ds;
+    DcmDataset* image = file.getDataset();
+    image->putAndInsertString(DCM_NumberOfFrames, "1");
+    for (Uint16 group : {Uint16(0x6000), Uint16(0x6002)})
+    {
+        image->putAndInsertUint16(DcmTagKey(group, 0x0010), 8);
+        image->putAndInsertUint16(DcmTagKey(group, 0x0011), 8);
+        image->putAndInsertString(DcmTagKey(group, 0x0040), "G");
+        image->putAndInsertString(DcmTagKey(group, 0x0050), "1\\1");
+        image->putAndInsertUint16(DcmTagKey(group, 0x0100), group == 0x6000 ? 1 : 16);
+        image->putAndInsertUint16(DcmTagKey(group, 0x0102), group == 0x6000 ? 0 : 13);
+    }
+    const Uint8 bits[8] = {0x81, 0x42, 0x24, 0x18, 0x18, 0x24, 0x42, 0x81};
+    image->putAndInsertUint8Array(DcmTag(0x6000, 0x3000, EVR_OB), bits, 8);
+    image->putAndInsertString(DcmTag(KQ_PRIVATE_GROUP, 0x0010, EVR_LO), KQ_PRIVATE_CREATOR);
+    image->putAndInsertString(DcmTag(KQ_PRIVATE_GROUP, 0x101D, EVR_LO), "reference");
+    seed(dir, "overlays", saved(file, scratch, EXS_LittleEndianExplicit));
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -316,11 +349,12 @@ int main(int argc, char** argv)
     OFLog::configure(OFLogger::FATAL_LOG_LEVEL);
     const std::string out = argv[1];
     const std::string scratch = out + "/.scratch.dcm";
-    for (const char* sub : {"", "/kqr", "/compare", "/jpeg2000"})
+    for (const char* sub : {"", "/kqr", "/compare", "/jpeg2000", "/imgproc"})
         mkdir((out + sub).c_str(), 0755);
     kqrSeeds(out + "/kqr", scratch);
     compareSeeds(out + "/compare", scratch);
     jpeg2000Seeds(out + "/jpeg2000");
+    imgprocSeeds(out + "/imgproc", scratch);
     printf("%d seed files written to %s\n", written, out.c_str());
     return written > 0 ? 0 : 1;
 }
