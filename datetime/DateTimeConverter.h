@@ -65,9 +65,6 @@ protected:
     std::string m_timeZone;
     bool m_offsetFound;
     bool m_stopped;
-
-private:
-    bool m_timeZoneSet; // TZ was set at construction (possibly to "")
 };
 
 } // namespace kqtz
