@@ -97,7 +97,7 @@ ShiftResult shiftMoment(tm& moment, const char* fromZone, const char* toZone, co
             return SHIFT_UNCHANGED;
         if (!toZone)
         {
-            // Move the moment to the fixed offset: the UTC instant plus the shift, as wall time.
+            // UTC plus the shift as wall time: a breakdown in the zone is an hour off across a DST change.
             const time_t shifted = calendar + *shiftSeconds;
             if (!gmtime_r(&shifted, &result))
                 return SHIFT_FAILED;

@@ -323,7 +323,7 @@ OFCondition KQItem::insertKQ(DcmElement* element, bool replaceOld, bool checkIns
 
     // A legacy element of a block that is ours goes in under its canonical number; a refused
     // element goes back to the caller as it came.
-    // Retagged before the insertion: retagging an inserted element could leave two elements with one tag.
+    // Retagged before inserting: retagging an inserted element could leave two elements with one tag.
     const DcmTag original = element->getTag();
     unsigned short canonic = 0;
     const bool relocate = original.getGroup() == KQ_PRIVATE_GROUP && isLegacyBlock(blockOf(original)) &&
