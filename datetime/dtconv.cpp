@@ -15,7 +15,7 @@ namespace kqtz {
 namespace {
 
 // What happened to one moment.
-enum ShiftResult
+enum SHIFT_RESULT
 {
     SHIFT_CONVERTED,
     SHIFT_UNCHANGED,
@@ -78,7 +78,7 @@ bool parseTime(const std::string& text, TimeOfDay& time)
 
 // Converts a wall-clock moment from one zone to another. See convert() for the meaning of
 // the arguments; fails only when the result cannot be broken down.
-ShiftResult shiftMoment(tm& moment, const char* fromZone, const char* toZone, const long* shiftSeconds)
+SHIFT_RESULT shiftMoment(tm& moment, const char* fromZone, const char* toZone, const long* shiftSeconds)
 {
     moment.tm_isdst = -1;
     if (fromZone)
@@ -228,7 +228,7 @@ bool convert(DcmDate& date, DcmTime& time, const char* fromZone, const char* toZ
             moment.tm_hour = parsed.hour;
             moment.tm_min = parsed.minute;
             moment.tm_sec = parsed.second;
-            const ShiftResult result = shiftMoment(moment, fromZone, toZone, shiftSeconds);
+            const SHIFT_RESULT result = shiftMoment(moment, fromZone, toZone, shiftSeconds);
             if (result == SHIFT_FAILED)
             {
                 std::cerr << "Shifting time failed" << std::endl;
@@ -292,7 +292,7 @@ bool convert(DcmDateTime& dateTime, const char* fromZone, const char* toZone, co
             const char* from = fromZone;
             if (!suffix.empty() && dicomOffsetToTimeZone(suffix, ownZone))
                 from = ownZone.c_str();
-            const ShiftResult result = shiftMoment(moment, from, toZone, shiftSeconds);
+            const SHIFT_RESULT result = shiftMoment(moment, from, toZone, shiftSeconds);
             if (result == SHIFT_FAILED)
             {
                 std::cerr << "Converting to local time failed (" << strerror(errno) << ")" << std::endl;
