@@ -6,15 +6,31 @@
 #include "datetime/TimeZoneFiller.h"
 #include "datetime/TimeZoneToLocal.h"
 #include "datetime/dtconv.h"
-#include "datetime/tests/TimeZoneGuard.h"
+#include "tests/fixtures/Fixtures.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
 using namespace kqtz;
 
 namespace {
+
+// Puts TZ, and the C library's zone with it, back as it was when a test ends.
+class TimeZoneGuard
+{
+public:
+    ~TimeZoneGuard()
+    {
+        m_saved.reset();
+        tzset();
+    }
+
+private:
+    std::unique_ptr<fixtures::ScopedEnv> m_saved{new fixtures::ScopedEnv("TZ", getenv("TZ"))};
+};
 
 std::string value(DcmItem& item, const DcmTagKey& key)
 {

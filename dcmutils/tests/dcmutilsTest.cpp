@@ -103,39 +103,25 @@ TEST(CopyElement, SequencesPixelDataAndOverlaysOutliveTheirSource)
     ASSERT_TRUE(holder->findAndGetElement(DCM_ReferencedSeriesSequence, source).good());
     std::unique_ptr<DcmElement> sequence(copyElement(source));
     holder.reset();
-    DcmItem* item = static_cast<DcmSequenceOfItems*>(sequence.get())->getItem(1);
-    ASSERT_NE(nullptr, item);
-    EXPECT_EQ("1.2.3.2", stringOf(*item, DCM_SeriesInstanceUID));
+    EXPECT_EQ("1.2.3.2", stringOf(*static_cast<DcmSequenceOfItems*>(sequence.get())->getItem(1), DCM_SeriesInstanceUID));
 
-    for (const char* name : {"CT_small.dcm", "JPEG2000.dcm"}) // native and encapsulated
-    {
-        SCOPED_TRACE(name);
-        std::unique_ptr<DcmFileFormat> file = corpus(name);
-        DcmElement* pixels = NULL;
-        ASSERT_TRUE(file->getDataset()->findAndGetElement(DCM_PixelData, pixels).good());
-        std::unique_ptr<DcmElement> copy(copyElement(pixels));
-        ASSERT_TRUE(copy);
-        EXPECT_EQ(EVR_PixelData, copy->ident());
-        EXPECT_EQ(0, copy->compare(*pixels));
-        DcmPixelSequence* fragments = NULL;
-        if (static_cast<DcmPixelData*>(pixels)
-                ->getEncapsulatedRepresentation(file->getDataset()->getOriginalXfer(), NULL, fragments)
-                .good())
-        {
-            std::unique_ptr<DcmElement> fragmentsCopy(copyElement(fragments));
-            ASSERT_TRUE(fragmentsCopy);
-            EXPECT_EQ(EVR_pixelSQ, fragmentsCopy->ident());
-            EXPECT_EQ(fragments->card(), static_cast<DcmPixelSequence*>(fragmentsCopy.get())->card());
-        }
-    }
-
+    std::unique_ptr<DcmFileFormat> file = corpus("JPEG2000.dcm");
+    DcmElement* pixels = NULL;
+    DcmPixelSequence* fragments = NULL;
+    ASSERT_TRUE(file->getDataset()->findAndGetElement(DCM_PixelData, pixels).good());
+    ASSERT_TRUE(static_cast<DcmPixelData*>(pixels)->getEncapsulatedRepresentation(EXS_JPEG2000, NULL, fragments).good());
     DcmOverlayData overlay(DcmTag(0x6000, 0x3000, EVR_OW));
     const Uint16 bits[] = {0x0f0f, 0xf0f0};
     ASSERT_TRUE(overlay.putUint16Array(bits, 2).good());
-    std::unique_ptr<DcmElement> copy(copyElement(&overlay));
-    ASSERT_TRUE(copy);
-    EXPECT_EQ(EVR_OverlayData, copy->ident());
-    EXPECT_EQ(0, copy->compare(overlay));
+    const std::pair<DcmElement*, DcmEVR> cases[] = {
+        {pixels, EVR_PixelData}, {fragments, EVR_pixelSQ}, {&overlay, EVR_OverlayData}};
+    for (const auto& c : cases)
+    {
+        std::unique_ptr<DcmElement> copy(copyElement(c.first));
+        ASSERT_TRUE(copy);
+        EXPECT_EQ(c.second, copy->ident());
+        EXPECT_EQ(0, copy->compare(*c.first));
+    }
 }
 
 TEST(CopyElementToItem, RebuildsByStringKeepingTheVRAndPassesSequencesDeep)
@@ -222,16 +208,14 @@ TEST(PassElements, PassTagCreateGetValueMoveAndReferenceSequence)
     EXPECT_EQ("1.2.3.4.5", stringOf(item->getElement(1)));
 }
 
-TEST(CreateSOPInstanceUID, SiteIdFromFile)
+TEST(CreateSOPInstanceUID, SiteIdFromFileOnce)
 {
     TempDir dir;
     const std::string path = dir.file("siteid");
-    const std::pair<const char*, int> cases[] = {{"0", 11111111}, {"10000000", 11111111}, {"text", 11111111},
-                                                 {"-5", 11111111}, {"42", 42},            {"9999999\n", 9999999},
-                                                 {NULL, 11111111}}; // NULL: no file
+    const std::pair<const char*, int> cases[] = {{"0", 11111111},  {"10000000", 11111111}, {"text", 11111111},
+                                                 {"42", 42},       {"9999999\n", 9999999}, {NULL, 11111111}};
     for (const auto& c : cases)
     {
-        SCOPED_TRACE(c.first ? c.first : "(missing)");
         unlink(path.c_str());
         if (c.first)
         {
@@ -241,12 +225,11 @@ TEST(CreateSOPInstanceUID, SiteIdFromFile)
         siteID = 0;
         std::unique_ptr<char[]> uid(createSOPInstanceUID("1.2"));
         EXPECT_EQ(0u, std::string(uid.get()).rfind("1.2." + std::to_string(c.second) + ".", 0)) << uid.get();
+        // established once: a changed file is not read again
+        ASSERT_TRUE(fixtures::writeFile(path, "77"));
+        delete[] createSOPInstanceUID();
+        EXPECT_EQ(c.second, siteID);
     }
-    // established once: a changed file is not read again
-    ASSERT_TRUE(fixtures::writeFile(path, "77"));
-    fixtures::ScopedEnv env("SITEID_FILE", path.c_str());
-    delete[] createSOPInstanceUID();
-    EXPECT_EQ(11111111, siteID);
     siteID = 0;
 }
 
@@ -259,15 +242,13 @@ TEST(CreateSOPInstanceUID, FormatCounterWrapAndLength)
     const std::regex format("1\\.2\\.999\\.0\\.1\\.7777777\\.4\\.55\\.1\\.1\\.1\\.11111111\\.\\d{14}\\." + pid() +
                             "\\.1");
     EXPECT_TRUE(std::regex_match(first.get(), format)) << first.get();
-    for (int i = 2; i <= 999; ++i)
+    for (int i = 2; i <= 1000; ++i)
         delete[] createSOPInstanceUID("1.2");
-    std::unique_ptr<char[]> thousandth(createSOPInstanceUID("1.2"));
-    EXPECT_EQ(1, counter);
+    EXPECT_EQ(1, counter); // the 1000th UID has counter 1 again
 
     // root "." site "." 14 digits "." pid "." counter 2
     const std::string fits(64 - (1 + 8 + 1 + 14 + 1 + pid().size() + 1 + 1), '1');
     std::unique_ptr<char[]> exact(createSOPInstanceUID(fits.c_str()));
-    ASSERT_TRUE(exact);
     EXPECT_EQ(64u, strlen(exact.get()));
     EXPECT_EQ(nullptr, createSOPInstanceUID((fits + "1").c_str()));
     EXPECT_EQ(3, counter); // a refused UID advances the counter too

@@ -85,16 +85,3 @@ TEST(CodecRegistry, RepresentationParameterByTransferSyntax)
     ASSERT_NE(nullptr, p);
     EXPECT_TRUE(*p == D2RepresentationParameter(rate, 0, rate == 1.0, "", true));
 }
-
-TEST(CodecRegistry, RepresentationParametersCompareByValue)
-{
-    const D2RepresentationParameter a(0.1, 0, false, "", true);
-    std::unique_ptr<DcmRepresentationParameter> copy(a.clone());
-    EXPECT_TRUE(a == *copy);
-    EXPECT_FALSE(a == D2RepresentationParameter(0.2, 0, false, "", true));
-    EXPECT_FALSE(a == D2RepresentationParameter(0.1, 0, true, "", true));
-    EXPECT_FALSE(a == D2RepresentationParameter(0.1, 0, false, "x", true));
-    EXPECT_FALSE(a == DJ_RPLossy(90));
-    EXPECT_FALSE(a.useLosslessProcess());
-    EXPECT_TRUE(D2RepresentationParameter(1.0, 0, false, "", true).useLosslessProcess());
-}

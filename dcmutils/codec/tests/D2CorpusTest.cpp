@@ -139,27 +139,3 @@ TEST(D2Corpus, DecodesGDCMEncodingsOfTheCorpus)
     std::unique_ptr<DcmFileFormat> original = load(fixtures::corpusFile("CT_small.dcm"));
     EXPECT_TRUE(codectest::pixelBytes(*original->getDataset()) == codectest::pixelBytes(*fragmented->getDataset()));
 }
-
-TEST(D2Corpus, OtherSyntaxesTranscodeThroughUncompressed)
-{
-    // JPEG-LS, JPEG lossless and RLE objects become JPEG 2000 lossless and come back unchanged
-    CodecRegistry registry;
-    fixtures::TempDir dir;
-    for (const char* name : {"MR_small_jpeg_ls_lossless.dcm", "SC_rgb_jpeg_gdcm.dcm", "MR_small_RLE.dcm"})
-    {
-        SCOPED_TRACE(name);
-        std::unique_ptr<DcmFileFormat> original = load(fixtures::corpusFile(name));
-        ASSERT_NE(nullptr, original);
-        DcmFileFormat copy(*original);
-        DcmDataset* ds = copy.getDataset();
-        std::unique_ptr<DcmRepresentationParameter> param(
-            registry.getRepresentationParameter(*ds, EXS_JPEG2000LosslessOnly));
-        ASSERT_TRUE(ds->chooseRepresentation(EXS_JPEG2000LosslessOnly, param.get()).good());
-        const std::string path = dir.file("j2k.dcm");
-        ASSERT_TRUE(copy.saveFile(path.c_str(), EXS_JPEG2000LosslessOnly).good());
-        std::unique_ptr<DcmFileFormat> loaded = load(path);
-        const std::vector<Uint8> expected = codectest::pixelBytes(*original->getDataset());
-        ASSERT_FALSE(expected.empty());
-        EXPECT_TRUE(expected == codectest::pixelBytes(*loaded->getDataset()));
-    }
-}

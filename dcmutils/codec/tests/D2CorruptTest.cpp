@@ -75,38 +75,6 @@ TEST(D2Corrupt, TruncatedCodestreamsFail)
     }
 }
 
-TEST(D2Corrupt, GarbageNeverCrashes)
-{
-    const std::vector<Uint8> codestream = codestreamOf("MR_small_jp2klossless.dcm");
-    ASSERT_FALSE(codestream.empty());
-    const D2CodecParameter cp;
-    D2CodestreamDecoder decoder(cp);
-    const D2FrameInfo frame = mrSmallFrame();
-    std::vector<Uint8> buffer(frame.frameSize());
-    uint32_t state = 42;
-
-    // pure garbage, and garbage behind a real start of codestream
-    for (int round = 0; round < 50; ++round)
-    {
-        std::vector<Uint8> garbage(1 + codectest::nextRandom(state) % 3000);
-        for (Uint8& b : garbage)
-            b = Uint8(codectest::nextRandom(state));
-        EXPECT_TRUE(decoder.decode(garbage.data(), garbage.size(), frame, buffer.data(), buffer.size()).bad());
-        const size_t keep = 4 + codectest::nextRandom(state) % 200;
-        std::copy(codestream.begin(), codestream.begin() + std::min(keep, garbage.size()), garbage.begin());
-        decoder.decode(garbage.data(), garbage.size(), frame, buffer.data(), buffer.size());
-    }
-    // damaged bytes anywhere: may decode to wrong samples, must not crash
-    for (int round = 0; round < 300; ++round)
-    {
-        std::vector<Uint8> damaged(codestream);
-        const int flips = 1 + int(codectest::nextRandom(state) % 8);
-        for (int i = 0; i < flips; ++i)
-            damaged[codectest::nextRandom(state) % damaged.size()] = Uint8(codectest::nextRandom(state));
-        decoder.decode(damaged.data(), damaged.size(), frame, buffer.data(), buffer.size());
-    }
-}
-
 TEST(D2Corrupt, ObjectsWithDamagedPixelDataGiveAClearError)
 {
     CodecRegistry registry;
