@@ -29,28 +29,28 @@ public:
     ~D2Decoder() override;
 
     OFCondition decode(const DcmRepresentationParameter* fromRepParam, DcmPixelSequence* pixSeq,
-                               DcmPolymorphOBOW& uncompressedPixelData, const DcmCodecParameter* cp,
-                               const DcmStack& objStack, OFBool& removeOldRep) const override;
+                       DcmPolymorphOBOW& uncompressedPixelData, const DcmCodecParameter* cp,
+                       const DcmStack& objStack, OFBool& removeOldRep) const override;
 
     OFCondition decodeFrame(const DcmRepresentationParameter* fromParam, DcmPixelSequence* fromPixSeq,
-                                    const DcmCodecParameter* cp, DcmItem* dataset, Uint32 frameNo,
-                                    Uint32& startFragment, void* buffer, Uint32 bufSize,
-                                    OFString& decompressedColorModel) const override;
+                            const DcmCodecParameter* cp, DcmItem* dataset, Uint32 frameNo,
+                            Uint32& startFragment, void* buffer, Uint32 bufSize,
+                            OFString& decompressedColorModel) const override;
 
     OFCondition encode(const Uint16* pixelData, const Uint32 length,
-                               const DcmRepresentationParameter* toRepParam, DcmPixelSequence*& pixSeq,
-                               const DcmCodecParameter* cp, DcmStack& objStack, OFBool& removeOldRep) const override;
+                       const DcmRepresentationParameter* toRepParam, DcmPixelSequence*& pixSeq,
+                       const DcmCodecParameter* cp, DcmStack& objStack, OFBool& removeOldRep) const override;
 
     OFCondition encode(const E_TransferSyntax fromRepType, const DcmRepresentationParameter* fromRepParam,
-                               DcmPixelSequence* fromPixSeq, const DcmRepresentationParameter* toRepParam,
-                               DcmPixelSequence*& toPixSeq, const DcmCodecParameter* cp, DcmStack& objStack,
-                               OFBool& removeOldRep) const override;
+                       DcmPixelSequence* fromPixSeq, const DcmRepresentationParameter* toRepParam,
+                       DcmPixelSequence*& toPixSeq, const DcmCodecParameter* cp, DcmStack& objStack,
+                       OFBool& removeOldRep) const override;
 
     OFBool canChangeCoding(const E_TransferSyntax oldRepType, const E_TransferSyntax newRepType) const override;
 
     OFCondition determineDecompressedColorModel(const DcmRepresentationParameter* fromParam,
-                                                        DcmPixelSequence* fromPixSeq, const DcmCodecParameter* cp,
-                                                        DcmItem* dataset, OFString& decompressedColorModel) const override;
+                                                DcmPixelSequence* fromPixSeq, const DcmCodecParameter* cp,
+                                                DcmItem* dataset, OFString& decompressedColorModel) const override;
 
     // The Photometric Interpretation of decoded samples: the colour transforms are undone
     // (YBR_RCT and YBR_ICT become RGB), and YBR_FULL_422 comes back at full resolution.
