@@ -27,10 +27,10 @@ public:
     static void cleanup();
 
 private:
-    static bool registered_;
-    static D2CodecParameter* cp_;
-    static D2Decoder* losslessDecoder_;
-    static D2Decoder* lossyDecoder_;
+    static bool m_registered;
+    static D2CodecParameter* m_codecParameter;
+    static D2Decoder* m_losslessDecoder;
+    static D2Decoder* m_lossyDecoder;
 };
 
 #endif
