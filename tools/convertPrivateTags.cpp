@@ -3,22 +3,15 @@
 // renamed into place, so a failed run leaves no output and an existing output untouched.
 #include "privatetags/KQDictionary.h"
 #include "privatetags/KQItem.h"
-
-#include "dcmtk/oflog/oflog.h"
+#include "tools/options/ProgramOptions.h"
 
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <unistd.h>
 
 namespace {
 
 const char* const programName = "convertPrivateTags";
-
-void printUsage(FILE* stream)
-{
-    fprintf(stream, "Usage: %s [-h] <in> <out>\n", programName);
-}
 
 // Temporary name in the directory of the output: <dir>/.convertPrivateTags<pid>.<name>
 std::string temporaryName(const std::string& out)
@@ -29,43 +22,40 @@ std::string temporaryName(const std::string& out)
     return dir + "." + programName + std::to_string(getpid()) + "." + name;
 }
 
-int fail(const char* in, const char* out)
-{
-    fprintf(stderr, "%s: cannot convert %s to %s\n", programName, in, out);
-    return 1;
-}
-
 } // namespace
 
 int main(int argc, char* argv[])
 {
-    if (argc == 2 && (strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0))
-    {
-        printUsage(stdout);
-        return 0;
-    }
-    if (argc != 3 || argv[1][0] == '-' || argv[2][0] == '-' || argv[1][0] == '\0' || argv[2][0] == '\0')
-    {
-        printUsage(stderr);
-        return 1;
-    }
-    const char* in = argv[1];
-    const char* out = argv[2];
+    // the program reports failures itself, in one line: the toolkit's own diagnostics stay
+    // quiet unless asked for
+    ProgramOptions options(programName, "Move legacy private elements into the KQ private block",
+                           OFLogger::FATAL_LOG_LEVEL);
+    OFCommandLine& cmd = options.commandLine();
+    cmd.addParam("dcmfile-in", "DICOM input file");
+    cmd.addParam("dcmfile-out", "DICOM output file (may be the input file)");
+    options.setHelpEpilogue("Elements of the legacy private creator \"Morvellanite\" (blocks BA and DA) move into\n"
+                            "the \"KQ group A\" block of group F215, in every nested item too.\n"
+                            "\n"
+                            "exit status:\n"
+                            "  0  the output is written\n"
+                            "  1  bad arguments, or the input cannot be read or converted, or the output\n"
+                            "     cannot be written (nothing is written then)\n");
+    int status = 0;
+    if (!options.parse(argc, argv, status))
+        return status;
+    const char* in = NULL;
+    const char* out = NULL;
+    cmd.getParam(1, in);
+    cmd.getParam(2, out);
 
-    // The program reports failures itself, in one line; the toolkit's own diagnostics stay quiet.
-    OFLog::configure(OFLogger::FATAL_LOG_LEVEL);
     KQDictionary::registerEntries();
 
     const std::string temporary = temporaryName(out);
-    if (!KQItem::convertFilePrivateTags(in, temporary.c_str()))
+    if (!KQItem::convertFilePrivateTags(in, temporary.c_str()) || rename(temporary.c_str(), out) != 0)
     {
         unlink(temporary.c_str());
-        return fail(in, out);
-    }
-    if (rename(temporary.c_str(), out) != 0)
-    {
-        unlink(temporary.c_str());
-        return fail(in, out);
+        options.error(std::string("cannot convert ") + in + " to " + out);
+        return 1;
     }
     return 0;
 }

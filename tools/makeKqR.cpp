@@ -4,6 +4,7 @@
 #include "dcmutils/ChangeSetCharset.h"
 #include "dcmutils/ChangeSetCheck.h"
 #include "dcmutils/KqRWriter.h"
+#include "tools/options/ProgramOptions.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcdeftag.h"
@@ -19,20 +20,6 @@
 #include <string>
 #include <vector>
 
-static const char* const usageText =
-    "makeKqR [-h] [-z <offset>] [-m <assignment>]... [-S <seriesUID> [-m ...] [-I <sopInstanceUID> [-m ...]]]... "
-    "<kqrfile>\n"
-    "\n"
-    "    -h                  : prints this usage information\n"
-    "    -z <offset>         : Timezone Offset From UTC the values are given in (+HHMM or -HHMM)\n"
-    "    -m \"(gggg,eeee)=value\" or -m \"Keyword=value\"\n"
-    "                        : sets an attribute at the level selected last (study level at first)\n"
-    "    -T                  : selects the study level\n"
-    "    -S <seriesUID>      : selects the series level of the series with this Series Instance UID\n"
-    "    -I <sopInstanceUID> : selects the instance level of this SOP Instance UID in the selected series\n"
-    "\n"
-    "    Example: makeKqR -m \"(0010,0010)=Doe^Jane\" -S 1.2.3 -m \"SeriesDescription=Head\" edit.kqr\n";
-
 struct Assignment
 {
     std::string seriesUID;   // empty: study level
@@ -41,11 +28,28 @@ struct Assignment
     std::string value;
 };
 
+// The program's options and messages; set up first thing in main.
+static ProgramOptions* options = nullptr;
+
 static int fail(const std::string& message)
 {
-    fprintf(stderr, "makeKqR: %s\n", message.c_str());
+    options->error(message);
     return 1;
 }
+
+static const char* const helpEpilogue =
+    "Assignments apply to the level selected last: study level at first, -S for a series,\n"
+    "-I for an instance of that series, -T back to study level. Values are checked against\n"
+    "their VR; a value that is not plain ASCII must be UTF-8 and makes the file record\n"
+    "Specific Character Set \"ISO_IR 192\".\n"
+    "\n"
+    "exit status:\n"
+    "  0  the KqR file is written\n"
+    "  1  bad arguments or values (one line, no file written), or the file cannot be written\n"
+    "\n"
+    "example:\n"
+    "  makeKqR -z +0100 -m \"(0010,0010)=Doe^Jane\" -S 1.2.3 -m \"SeriesDescription=Head\" \\\n"
+    "          -I 1.2.3.4 -m \"InstanceNumber=7\" edit.kqr\n";
 
 static bool parseHex4(const std::string& text, Uint16& value)
 {
@@ -97,43 +101,69 @@ static std::string tagText(const DcmTagKey& key)
 
 int main(int argc, char** argv)
 {
+    ProgramOptions programOptions("makeKqR", "Write a KqR file of soft edit changes", OFLogger::WARN_LOG_LEVEL);
+    options = &programOptions;
+    OFCommandLine& cmd = programOptions.commandLine();
+    cmd.addParam("kqrfile-out", "KqR file to write");
+    programOptions.addGroup("change options:");
+    cmd.addOption("--timezone-offset", "-z", 1, "[o]ffset: +HHMM or -HHMM",
+                  "Timezone Offset From UTC the values are given in");
+    cmd.addOption("--modify", "-m", 1, "\"(gggg,eeee)=value\" or \"Keyword=value\"",
+                  "set an attribute at the level selected last\n(study level at first)");
+    cmd.addOption("--study", "-T", "select the study level");
+    cmd.addOption("--series", "-S", 1, "[u]id: Series Instance UID", "select the series level of this series");
+    cmd.addOption("--instance", "-I", 1, "[u]id: SOP Instance UID",
+                  "select the instance level of this instance\nin the selected series");
+    programOptions.setHelpEpilogue(helpEpilogue);
+    int status = 0;
+    if (!programOptions.parse(argc, argv, status))
+        return status;
+
     KQDictionary::registerEntries();
 
     std::vector<Assignment> assignments;
     std::string series, instance;
+    std::string offsetValue;
     const char* offset = nullptr;
-    opterr = 0;
-    int option;
-    while ((option = getopt(argc, argv, "hz:m:TS:I:")) != -1)
+    // the options in the order given: each assignment belongs to the level selected before it
+    for (bool more = cmd.gotoFirstOption(); more; more = cmd.gotoNextOption())
     {
-        switch (option)
+        OFString option;
+        cmd.getCurrentOption(option);
+        const char* optarg = nullptr;
+        if (option == "--timezone-offset")
         {
-        case 'h':
-            fputs(usageText, stdout);
-            return 0;
-        case 'z':
+            cmd.getValue(optarg);
             if (!validOffset(optarg))
                 return fail(std::string("invalid Timezone Offset From UTC (expected +HHMM or -HHMM): ") + optarg);
-            offset = optarg;
-            break;
-        case 'T':
+            offsetValue = optarg;
+            offset = offsetValue.c_str();
+        }
+        else if (option == "--study")
+        {
             series.clear();
             instance.clear();
-            break;
-        case 'S':
+        }
+        else if (option == "--series")
+        {
+            cmd.getValue(optarg);
             if (!*optarg)
                 return fail("empty Series Instance UID");
             series = optarg;
             instance.clear();
-            break;
-        case 'I':
+        }
+        else if (option == "--instance")
+        {
+            cmd.getValue(optarg);
             if (series.empty())
                 return fail(std::string("-I ") + optarg + " needs a series selected with -S before it");
             if (!*optarg)
                 return fail("empty SOP Instance UID");
             instance = optarg;
-            break;
-        case 'm': {
+        }
+        else if (option == "--modify")
+        {
+            cmd.getValue(optarg);
             const std::string arg(optarg);
             const size_t eq = arg.find('=');
             Assignment a;
@@ -154,19 +184,11 @@ int main(int argc, char** argv)
             if (!isPlainASCII(a.value) && !isValidUTF8(a.value))
                 return fail("the value of " + tagName(a.key) + " is neither plain ASCII nor UTF-8");
             assignments.push_back(a);
-            break;
-        }
-        default:
-            if (optopt && strchr("zmSI", optopt))
-                return fail(std::string("option -") + char(optopt) + " needs an argument (see makeKqR -h)");
-            return fail(std::string("unknown option -") + char(optopt ? optopt : '?') + " (see makeKqR -h)");
         }
     }
-    if (optind == argc)
-        return fail("no KqR file name given (see makeKqR -h)");
-    if (optind + 1 < argc)
-        return fail(std::string("unexpected argument: ") + argv[optind + 1]);
-    const std::string path = argv[optind];
+    const char* pathArg = nullptr;
+    cmd.getParam(1, pathArg);
+    const std::string path = pathArg;
 
     // a date or time converted to each object's UTC offset needs its partner at the same level
     for (const Assignment& a : offset ? assignments : std::vector<Assignment>())
@@ -178,8 +200,8 @@ int main(int argc, char** argv)
         for (const Assignment& b : assignments)
             paired = paired || (b.key == partner && b.seriesUID == a.seriesUID && b.instanceUID == a.instanceUID);
         if (!paired)
-            fprintf(stderr, "makeKqR: warning: %s is given without %s: it is not converted to each object's offset\n",
-                    tagName(a.key).c_str(), tagName(partner).c_str());
+            programOptions.warning(tagName(a.key) + " is given without " + tagName(partner) +
+                                   ": it is not converted to each object's offset");
     }
 
     KqRWriter writer;

@@ -3,16 +3,15 @@
 // object's modality in $CONF/jpeg2000lossy.conf. The result is written beside the output under
 // a temporary name, synced and renamed into place, so a failed run leaves no output behind and a
 // finished one survives a crash.
-#include "dcmutils/codec/CodecRegistry.h"
+#include "dcmutils/codec/Transcoder.h"
 #include "dcmutils/dcmutils.h"
-#include "dcmutils/codec/JPEG2000LossyRates.h"
 #include "privatetags/KQDictionary.h"
+#include "tools/options/ProgramOptions.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcdeftag.h"
 #include "dcmtk/dcmdata/dcfilefo.h"
 #include "dcmtk/dcmdata/dcxfer.h"
-#include "dcmtk/oflog/oflog.h"
 
 #include <libgen.h>
 #include <unistd.h>
@@ -26,14 +25,36 @@ namespace {
 
 const char* const programName = "transcode";
 
-void printUsage(FILE* stream)
+// The program's options and messages; set up first thing in main.
+ProgramOptions* options = NULL;
+
+// The targets, the rate file and the exit statuses, for --help.
+std::string helpEpilogue()
 {
-    fprintf(stream,
-            "Usage: %s [-h] [-v] -x <transfer syntax UID> <in> <out>\n"
-            "    -h        : prints this usage information\n"
-            "    -v        : print verbose messages\n"
-            "    -x <uid>  : transfer syntax the pixel data is re-encoded into\n",
-            programName);
+    std::string text = "targets (-x):\n";
+    for (const Transcoder::Target& target : Transcoder::targets())
+    {
+        const DcmXfer xfer(target.xfer);
+        char line[160];
+        snprintf(line, sizeof line, "  %-24s %s: %s\n", xfer.getXferID(), xfer.getXferName(), target.note);
+        text += line;
+    }
+    return text +
+           "\n"
+           "JPEG 2000 lossy takes the compression rate of the object's modality from the file\n"
+           "$CONF/jpeg2000lossy.conf, lines like CT=\"0.05\" and Default=\"0.1\" (the rate is the\n"
+           "compressed size over the original; 1 is lossless). Without the file, or for a modality\n"
+           "it does not name and without a Default line, the rate is 0.1.\n"
+           "\n"
+           "The output is written under a temporary name beside it, synced and renamed into place.\n"
+           "\n"
+           "exit status:\n"
+           "  0  the output is written\n"
+           "  1  bad arguments, an input that cannot be read, an image the target cannot hold\n"
+           "     (one line says why), or an output that cannot be written; no output then\n"
+           "\n"
+           "example:\n"
+           "  transcode -x 1.2.840.10008.1.2.4.80 in.dcm out.dcm   (JPEG-LS Lossless)\n";
 }
 
 // Temporary name in the directory of the output: <dir>/.transcode<pid>.<name>
@@ -47,39 +68,38 @@ std::string temporaryName(const std::string& out)
 
 int fail(const std::string& message, const OFCondition& cond = EC_Normal)
 {
-    if (cond.bad())
-        fprintf(stderr, "%s: %s [%s]\n", programName, message.c_str(), cond.text());
-    else
-        fprintf(stderr, "%s: %s\n", programName, message.c_str());
+    options->error(cond.bad() ? message + " [" + cond.text() + "]" : message);
     return 1;
 }
 
 // Re-encodes the loaded file into xfer and writes it to temporary, the stand-in for out.
-int transcode(DcmFileFormat& file, const char* in, const char* out, E_TransferSyntax xfer, const std::string& temporary,
-              bool verbose)
+int transcode(DcmFileFormat& file, const char* in, const char* out, E_TransferSyntax xfer, const std::string& temporary)
 {
     DcmDataset* dataset = file.getDataset();
-    const DcmXfer from(dataset->getOriginalXfer());
+    const E_TransferSyntax original = dataset->getOriginalXfer();
+    const DcmXfer from(original);
     const DcmXfer to(xfer);
-    if (verbose)
-        printf("Transcoding %s from %s to %s\n", in, from.getXferName(), to.getXferName());
+    const std::string cannot = std::string("cannot encode ") + in + " as " + to.getXferName();
 
-    CodecRegistry registry;
-    DcmRepresentationParameter* parameter = registry.getRepresentationParameter(*dataset, xfer);
-    if (verbose && (xfer == EXS_JPEG2000 || xfer == EXS_JPEG2000LosslessOnly))
+    Transcoder transcoder;
+    const std::string refusal = Transcoder::refusal(*dataset, original, xfer);
+    if (!refusal.empty())
+        return fail(cannot + ": " + refusal);
+    if (options->verbose())
     {
-        const char* modality = NULL;
-        dataset->findAndGetString(DCM_Modality, modality);
-        const double rate = xfer == EXS_JPEG2000 ? getJPEG2000LossyCompressionRate(*dataset) : 1.0;
-        printf("JPEG 2000 rate %g for modality %s%s\n", rate, modality ? modality : "(none)",
-               rate == 1.0 ? " (lossless)" : "");
+        printf("Transcoding %s from %s to %s\n", in, from.getXferName(), to.getXferName());
+        if (xfer == EXS_JPEG2000 || xfer == EXS_JPEG2000LosslessOnly)
+        {
+            const char* modality = NULL;
+            dataset->findAndGetString(DCM_Modality, modality);
+            const double rate = Transcoder::jpeg2000Rate(*dataset, xfer);
+            printf("JPEG 2000 rate %g for modality %s%s\n", rate, modality ? modality : "(none)",
+                   rate == 1.0 ? " (lossless)" : "");
+        }
     }
-    OFCondition cond = dataset->chooseRepresentation(xfer, parameter);
-    delete parameter;
-    if (cond.good() && !dataset->canWriteXfer(xfer))
-        cond = EC_CannotChangeRepresentation;
+    OFCondition cond = transcoder.transcode(*dataset, xfer);
     if (cond.bad())
-        return fail(std::string("cannot encode ") + in + " as " + to.getXferName(), cond);
+        return fail(cannot, cond);
 
     // created new (never written through a link) and on disk before the rename makes it the output
     cond = saveFileSynced(file, temporary.c_str(), xfer, EET_ExplicitLength, EGL_recalcGL, EPD_noChange, 0, 0,
@@ -96,44 +116,38 @@ int transcode(DcmFileFormat& file, const char* in, const char* out, E_TransferSy
 
 int main(int argc, char* argv[])
 {
-    bool verbose = false;
+    // failures are reported here in one line: the toolkit's own diagnostics stay quiet unless
+    // asked for
+    ProgramOptions programOptions(programName, "Re-encode the pixel data of a DICOM file in another transfer syntax",
+                                  OFLogger::FATAL_LOG_LEVEL);
+    options = &programOptions;
+    OFCommandLine& cmd = programOptions.commandLine();
+    cmd.addParam("dcmfile-in", "DICOM input file");
+    cmd.addParam("dcmfile-out", "DICOM output file");
+    programOptions.addGroup("transcoding options:");
+    cmd.addOption("--transfer-syntax", "-x", 1, "[u]id: string",
+                  "transfer syntax to encode the pixel data in\n(required; the targets are listed below)");
+    programOptions.setHelpEpilogue(helpEpilogue());
+    int status = 0;
+    if (!programOptions.parse(argc, argv, status))
+        return status;
     const char* uid = NULL;
-    int option;
-    opterr = 0;
-    while ((option = getopt(argc, argv, "hvx:")) != -1)
-    {
-        switch (option)
-        {
-        case 'h':
-            printUsage(stdout);
-            return 0;
-        case 'v':
-            verbose = true;
-            break;
-        case 'x':
-            uid = optarg;
-            break;
-        default:
-            printUsage(stderr);
-            return 1;
-        }
-    }
-    if (uid == NULL || argc - optind != 2 || argv[optind][0] == '\0' || argv[optind + 1][0] == '\0')
-    {
-        printUsage(stderr);
-        return 1;
-    }
-    const char* in = argv[optind];
-    const char* out = argv[optind + 1];
+    if (!cmd.findOption("--transfer-syntax"))
+        return programOptions.usageError("the target transfer syntax (-x) is missing");
+    cmd.getValue(uid);
+    const char* in = NULL;
+    const char* out = NULL;
+    cmd.getParam(1, in);
+    cmd.getParam(2, out);
 
-    // Failures are reported here in one line; the toolkit's own diagnostics stay quiet
-    // unless asked for.
-    OFLog::configure(verbose ? OFLogger::WARN_LOG_LEVEL : OFLogger::FATAL_LOG_LEVEL);
     KQDictionary::registerEntries();
 
     const DcmXfer target(uid);
     if (target.getXfer() == EXS_Unknown)
         return fail(std::string("unknown transfer syntax ") + uid);
+    if (!Transcoder::isTarget(target.getXfer()))
+        return fail(std::string("cannot encode ") + in + " as " + target.getXferName() +
+                    ": there is no encoder for it (transcode -h lists the targets)");
 
     DcmFileFormat file;
     OFCondition cond = file.loadFile(in, EXS_Unknown, EGL_noChange, DCM_MaxReadLength, ERM_autoDetect);
@@ -143,7 +157,7 @@ int main(int argc, char* argv[])
         return fail(std::string("cannot read ") + in, cond);
 
     const std::string temporary = temporaryName(out);
-    if (transcode(file, in, out, target.getXfer(), temporary, verbose) != 0)
+    if (transcode(file, in, out, target.getXfer(), temporary) != 0)
         return 1;
     if (rename(temporary.c_str(), out) != 0)
     {
@@ -153,7 +167,7 @@ int main(int argc, char* argv[])
     }
     std::string directory(out);
     syncDirectory(dirname(&directory[0]));
-    if (verbose)
+    if (programOptions.verbose())
         printf("Wrote %s\n", out);
     return 0;
 }

@@ -6,11 +6,14 @@
 #include "dcmutils/codec/O2EncoderRegistration.h"
 
 #include "dcmtk/dcmdata/dcrledrg.h"
+#include "dcmtk/dcmdata/dcrleerg.h"
+#include "dcmtk/dcmimage/diregist.h" // colour images for the encoders that render through dcmimage
 #include "dcmtk/dcmjpeg/djdecode.h"
 #include "dcmtk/dcmjpeg/djencode.h"
 #include "dcmtk/dcmjpeg/djrplol.h"
 #include "dcmtk/dcmjpeg/djrploss.h"
 #include "dcmtk/dcmjpls/djdecode.h"
+#include "dcmtk/dcmjpls/djencode.h"
 
 #include <string>
 
@@ -41,6 +44,12 @@ CodecRegistry::CodecRegistry()
 
     // JPEG-LS too: without it a JPEG-LS object could be neither compared nor transcoded.
     DJLSDecoderRegistration::registerCodecs();
+
+    // The encoders for RLE and JPEG-LS, with the identity of the object kept as the JPEG and
+    // JPEG 2000 encoders keep it: no new SOP Instance UID, no conversion to Secondary Capture;
+    // unlimited fragments with an offset table.
+    DcmRLEEncoderRegistration::registerCodecs(OFFalse, 0, OFTrue, OFFalse);
+    DJLSEncoderRegistration::registerCodecs(0, 0, 0, 0, OFTrue, 0, OFTrue, EJLSUC_never, OFFalse);
 }
 
 CodecRegistry::~CodecRegistry()
@@ -48,6 +57,8 @@ CodecRegistry::~CodecRegistry()
     DJEncoderRegistration::cleanup();
     DJDecoderRegistration::cleanup();
     DJLSDecoderRegistration::cleanup();
+    DJLSEncoderRegistration::cleanup();
+    DcmRLEEncoderRegistration::cleanup();
     O2EncoderRegistration::cleanup();
     O2DecoderRegistration::cleanup();
     D2JPEG2000Library::cleanup();

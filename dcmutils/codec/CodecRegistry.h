@@ -13,7 +13,7 @@ class CodecRegistry
 {
 public:
     // RLE decoder, JPEG 2000 library, JPEG 2000 encoders and decoders, JPEG encoders and
-    // decoders, JPEG-LS decoders.
+    // decoders, JPEG-LS decoders, RLE and JPEG-LS encoders.
     CodecRegistry();
     ~CodecRegistry();
 

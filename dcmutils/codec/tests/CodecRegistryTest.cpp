@@ -34,11 +34,11 @@ TEST(CodecRegistry, RegistersForItsLifetimeOnly)
         bool decodes;
         bool encodes;
     };
-    // no RLE or JPEG-LS encoders, and nothing for the multi-component JPEG 2000 syntaxes
-    const Case cases[] = {{EXS_RLELossless, true, false},           {EXS_JPEG2000LosslessOnly, true, true},
+    // nothing for the multi-component JPEG 2000 syntaxes
+    const Case cases[] = {{EXS_RLELossless, true, true},           {EXS_JPEG2000LosslessOnly, true, true},
                           {EXS_JPEG2000, true, true},               {EXS_JPEGProcess1, true, true},
-                          {EXS_JPEGProcess14SV1, true, true},       {EXS_JPEGLSLossless, true, false},
-                          {EXS_JPEGLSLossy, true, false},           {EXS_JPEG2000Multicomponent, false, false}};
+                          {EXS_JPEGProcess14SV1, true, true},       {EXS_JPEGLSLossless, true, true},
+                          {EXS_JPEGLSLossy, true, true},           {EXS_JPEG2000Multicomponent, false, false}};
     for (int round = 0; round < 2; ++round) // a second registry after the first works the same
     {
         {
