@@ -13,8 +13,6 @@
 
 namespace {
 
-const std::string usage = "Usage: convertPrivateTags [-h] <in> <out>\n";
-
 fixtures::RunResult convert(const std::vector<std::string>& args)
 {
     std::vector<std::string> argv{fixtures::program("convertPrivateTags")};
@@ -83,22 +81,24 @@ TEST(ConvertPrivateTagsProgram, UsageAndFailuresLeaveEveryFileAsItWas)
     const std::string inContent = fixtures::readFile(in);
     const std::string newOut = dir.file("new.dcm");
 
-    const std::vector<std::vector<std::string>> usageCases = {{}, {"one"}, {"one", "two", "three"}, {"-x", "out"},
-                                                               {"in", ""}};
+    const std::string see = " (see convertPrivateTags -h)\n";
+    const std::vector<std::pair<std::vector<std::string>, std::string>> usageCases = {
+        {{}, "missing parameter dcmfile-in"},
+        {{"one"}, "missing parameter dcmfile-out"},
+        {{"one", "two", "three"}, "unexpected parameter three"},
+        {{"-x", "out"}, "unknown option -x"},
+        {{"in", ""}, "parameter 2 is empty"}};
     const std::vector<std::pair<std::string, std::string>> failures = {
         {dir.file("missing.dcm"), newOut}, {garbage, newOut},      {truncated, newOut},
         {garbage, existing},               {truncated, existing}, {in, dir.file("none/out.dcm")},
         {in, outDir},                      {dir.path(), newOut}};
-    fixtures::RunResult r = convert({"-h"});
-    EXPECT_EQ(0, r.status);
-    EXPECT_EQ(usage, r.out);
-    EXPECT_EQ("", r.err);
-    for (const std::vector<std::string>& args : usageCases)
+    fixtures::RunResult r;
+    for (const auto& c : usageCases)
     {
-        r = convert(args);
+        r = convert(c.first);
         EXPECT_EQ(1, r.status);
         EXPECT_EQ("", r.out);
-        EXPECT_EQ(usage, r.err);
+        EXPECT_EQ("convertPrivateTags: " + c.second + see, r.err);
     }
     for (const auto& c : failures)
     {

@@ -70,9 +70,11 @@ TEST(MakeKqR, WritesAllThreeLevelsAndTheOffset)
               r.err);
     EXPECT_EQ("ISO_IR 192", attribute(out, DCM_SpecificCharacterSet));
 
-    r = makeKqR({"-h"});
+    // negative offsets are values, not options; -q keeps the warning quiet
+    r = makeKqR({"-q", "-z", "-0500", "-m", "StudyTime=120000", out});
     EXPECT_EQ(0, r.status);
-    EXPECT_EQ(0u, r.out.find("makeKqR [-h]"));
+    EXPECT_EQ("", r.out + r.err);
+    EXPECT_EQ("-0500", attribute(out, DCM_TimezoneOffsetFromUTC));
 }
 
 TEST(MakeKqR, BadArgumentsGiveOneLineAndNoFile)
@@ -88,10 +90,10 @@ TEST(MakeKqR, BadArgumentsGiveOneLineAndNoFile)
         {{"-z", "0100", out}, "makeKqR: invalid Timezone Offset From UTC (expected +HHMM or -HHMM): 0100\n"},
         {{"-z", "+0175", out}, "makeKqR: invalid Timezone Offset From UTC (expected +HHMM or -HHMM): +0175\n"},
         {{"-I", "1.2", out}, "makeKqR: -I 1.2 needs a series selected with -S before it\n"},
-        {{"-q", out}, "makeKqR: unknown option -q (see makeKqR -h)\n"},
+        {{"-y", out}, "makeKqR: unknown option -y (see makeKqR -h)\n"},
         {{out, "-m"}, "makeKqR: option -m needs an argument (see makeKqR -h)\n"},
-        {{"-m", "PatientName=A"}, "makeKqR: no KqR file name given (see makeKqR -h)\n"},
-        {{out, "extra"}, "makeKqR: unexpected argument: extra\n"},
+        {{"-m", "PatientName=A"}, "makeKqR: missing parameter kqrfile-out (see makeKqR -h)\n"},
+        {{out, "extra"}, "makeKqR: unexpected parameter extra (see makeKqR -h)\n"},
         {{dir.file("no/such/dir/x.kqr")}, ""},
         // change sets that could only damage objects, and values their VR does not allow
         {{"-m", "(0002,0010)=1.2.840.10008.1.2", out},

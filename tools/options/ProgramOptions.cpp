@@ -74,7 +74,7 @@ bool ProgramOptions::parse(int argc, char* argv[], int& exitStatus)
     for (int i = 1; i <= m_commandLine.getParamCount(); ++i)
     {
         const char* param = NULL;
-        if (m_commandLine.getParam(i, param) == OFCommandLine::PVS_Normal && param[0] == '\0')
+        if (m_commandLine.getParam(i, param) == OFCommandLine::PVS_Empty)
         {
             exitStatus = usageError("parameter " + std::to_string(i) + " is empty");
             return false;
