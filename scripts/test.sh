@@ -12,6 +12,22 @@ kq_build build
 echo "== tests"
 (cd build && ctest --output-on-failure -j"$jobs")
 
+echo "== Debian package, unpacked into a scratch root"
+rm -f build/kqarchive_*.deb
+(cd build && cpack -G DEB >cpack.log 2>&1) || { cat build/cpack.log; exit 1; }
+deb=$(ls build/kqarchive_*.deb)
+echo "$deb: Depends: $(dpkg-deb -f "$deb" Depends)"
+for dep in $(dpkg-deb -f "$deb" Depends | tr ',' '\n' | sed 's/(.*)//; s/ //g'); do
+  dpkg-query -W -f='${Status}' "$dep" | grep -q "install ok installed" || { echo "not installed: $dep"; exit 1; }
+done
+scratch=$(mktemp -d)
+dpkg-deb -x "$deb" "$scratch"
+usage=$("$scratch/usr/bin/applyChanges" -h 2>&1)
+page=$(MANPAGER=cat MANWIDTH=80 man -l "$scratch/usr/share/man/man1/applyChanges.1")
+rm -rf "$scratch"
+grep -q '^applyChanges \[-h\] \[-v\] -p <kqrfile>' <<<"$usage" || { echo "applyChanges -h: $usage"; exit 1; }
+grep -q '^GUARANTEES' <<<"$page" || { echo "man -l applyChanges.1 shows no GUARANTEES"; exit 1; }
+
 echo "== build (AddressSanitizer + UndefinedBehaviorSanitizer)"
 kq_build build-asan -DKQ_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug
 echo "== tests under sanitizers"
