@@ -141,9 +141,10 @@ std::string ProgramOptions::loggerOptionError()
             return "--log-level not allowed with --verbose, --debug or --quiet";
         const char* value = NULL;
         cmd.getValue(value);
-        m_level = OFLogger::LogLevel(dcmtk::log4cplus::getLogLevelManager().fromString(value));
-        if (m_level == dcmtk::log4cplus::NOT_SET_LOG_LEVEL)
+        const dcmtk::log4cplus::LogLevel level = dcmtk::log4cplus::getLogLevelManager().fromString(value);
+        if (level == dcmtk::log4cplus::NOT_SET_LOG_LEVEL)
             return std::string("invalid log level ") + value + ", expected fatal, error, warn, info, debug or trace";
+        m_level = level;
     }
     m_logConfig = cmd.findOption("--log-config");
     if (m_logConfig)
@@ -169,7 +170,7 @@ bool ProgramOptions::shows(OFLogger::LogLevel level) const
     // level: without those options errors and warnings show, progress does not
     if (m_logConfig)
         return programLogger(m_name).isEnabledFor(level);
-    return level >= m_level;
+    return int(level) >= m_level;
 }
 
 bool ProgramOptions::verbose() const

@@ -92,8 +92,9 @@ private:
     OFConsoleApplication m_application;
     OFCommandLine m_commandLine;
     OFLogger::LogLevel m_defaultLevel;
-    // the level of -q, -v, -d or -ll; warn without them
-    OFLogger::LogLevel m_level;
+    // the level of -q, -v, -d or -ll (DCMTK's log4cplus level, which "off" and "all" extend);
+    // warn without them
+    int m_level;
     // -lc given: the configured loggers decide
     bool m_logConfig;
     std::string m_epilogue;
