@@ -177,7 +177,9 @@ fi
 echo "== 3,000-object study: 3 runs"
 for ((r = 0; r < 3; ++r)); do
   fresh "$work" study3000
-  timed "$work" applyChanges study3000 >>"$results/study3000"
+  timed "$work" applyChanges study3000 >"$results/last"
+  cat "$results/last" >>"$results/study3000"
+  printf '   run %d: applyChanges %s s, peak memory %s KB\n' $((r + 1)) $(cat "$results/last")
 done
 rm -rf "$work/data"
 
