@@ -42,6 +42,8 @@ struct EditedObject
 
     /** Removes the temporary file of an entry that will not be committed. */
     void discardTemporaryFile();
+    /** Closes the temporary file, which stays (a failed save's partial file, for inspection). */
+    void closeTemporaryFile();
 
     ObjectTarget m_target;
     std::string m_entryName;
@@ -54,6 +56,8 @@ struct EditedObject
     std::string m_tempName;
     std::string m_tempPath;
     int m_fd;
+    /// true when the temporary file stays although the object failed (a save that failed)
+    bool m_keepTemporaryFile;
     /// bytes of the original file
     unsigned long long m_size;
     /// the keys the edit set, and the comparison's ignore rules made from them

@@ -64,6 +64,16 @@ bool usesMoreThanOneCore()
     return sched_getaffinity(0, sizeof(set), &set) == 0 && CPU_COUNT(&set) > 1;
 }
 
+// A recycled file is overwritten in place: it is cut to what was written. Then the disk starts
+// writing, and the batch's sync only waits for what is left.
+OFCondition finishTemporaryFile(int fd)
+{
+    if (ftruncate(fd, lseek(fd, 0, SEEK_CUR)) != 0)
+        return makeOFCondition(OFM_dcmdata, 19, OF_error, strerror(errno));
+    sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
+    return EC_Normal;
+}
+
 void refuse(EditedObject& object, const std::string& reason)
 {
     object.m_err << "Refusing to edit " << object.m_target.path() << ": " << reason << std::endl;
@@ -210,26 +220,39 @@ void SoftEditRun::applyToObject(EditedObject& object, bool inDirectory)
     // sequences with undefined length, group lengths recalculated, a new meta header; a write that
     // fails late (full disk, file size limit) is reported, and its partial file is kept
     if (cond.good() && object.m_inMemory)
-    {
         cond = encodeFileFormat(file, object.m_written, EXS_Unknown, EET_UndefinedLength, EGL_recalcGL,
-                                EPD_noChange, 0, 0, EWM_createNewMeta);
-        if (cond.good())
-            cond = writeAll(object.m_fd, object.m_written.data(), object.m_written.size());
-    }
+                                EPD_noChange, 0, 0, EWM_createNewMeta); // written by the second core
     else if (cond.good())
+    {
         cond = writeFileFormat(file, object.m_fd, EXS_Unknown, EET_UndefinedLength, EGL_recalcGL, EPD_noChange, 0,
                                0, EWM_createNewMeta);
-    // a recycled file is overwritten in place: cut it to what was written
-    if (cond.good() && ftruncate(object.m_fd, lseek(object.m_fd, 0, SEEK_CUR)) != 0)
-        cond = makeOFCondition(OFM_dcmdata, 19, OF_error, strerror(errno));
+        if (cond.good())
+            cond = finishTemporaryFile(object.m_fd);
+    }
     if (cond.bad())
     {
         err << "Error saving to temp file " << tempPath << " [" << cond.text() << "]" << std::endl;
         return;
     }
-    // the disk starts writing now; the batch's sync only waits for what is left
-    sync_file_range(object.m_fd, 0, 0, SYNC_FILE_RANGE_WRITE);
     object.m_state = EditedObject::EO_WRITTEN;
+}
+
+bool SoftEditRun::writeAndCompare(EditedObject& object)
+{
+    if (object.m_inMemory)
+    {
+        OFCondition cond = writeAll(object.m_fd, object.m_written.data(), object.m_written.size());
+        if (cond.good())
+            cond = finishTemporaryFile(object.m_fd);
+        if (cond.bad())
+        {
+            object.m_err << "Error saving to temp file " << object.m_tempPath << " [" << cond.text() << "]"
+                         << std::endl;
+            object.m_keepTemporaryFile = true;
+            return false;
+        }
+    }
+    return compareObjects(object);
 }
 
 bool SoftEditRun::compareObjects(EditedObject& object)
@@ -323,7 +346,11 @@ bool SoftEditRun::settleVerification()
     m_verifying = nullptr;
     if (!equal)
     {
-        object->discardTemporaryFile();
+        // a verification that failed removes its file; a write that failed keeps it
+        if (object->m_keepTemporaryFile)
+            object->closeTemporaryFile();
+        else
+            object->discardTemporaryFile();
         object->m_state = EditedObject::EO_FAILED;
         return failAt(object);
     }
@@ -400,7 +427,7 @@ bool SoftEditRun::submit(std::unique_ptr<EditedObject> object)
     if (entry->m_state == EditedObject::EO_WRITTEN)
     {
         m_verifying = entry;
-        m_worker.start([this, entry] { return compareObjects(*entry); });
+        m_worker.start([this, entry] { return writeAndCompare(*entry); });
     }
     if (m_pendingObjects >= BATCH_OBJECTS || m_pendingBytes >= BATCH_BYTES)
         return commit(nullptr);

@@ -69,7 +69,11 @@ private:
      *  refused when named alone. */
     void applyToObject(EditedObject& object, bool inDirectory);
 
-    /** Stage two: compares the original with the written object, ignoring what the edit changed,
+    /** Stage two: writes an object edited in memory to its temporary file and compares it.
+     *  @return true when it was written and is equal to the original apart from its edits */
+    bool writeAndCompare(EditedObject& object);
+
+    /** Compares the original with the written object, ignoring what the edit changed,
      *  then checks what the comparison does not cover.
      *  @return true when the objects are equal apart from the ignored attributes */
     bool compareObjects(EditedObject& object);
