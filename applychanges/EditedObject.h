@@ -5,6 +5,7 @@
 
 #include "applychanges/ObjectTarget.h"
 #include "applychanges/TemporaryDirectory.h"
+#include "dcmutils/ByteBuffer.h"
 #include "objdiff/IgnoreTags.h"
 
 #include "dcmtk/config/osconfig.h"
@@ -65,8 +66,8 @@ struct EditedObject
     IgnoreTags m_ignore;
     /// for objects handled in memory: the original's and the written file's bytes
     bool m_inMemory;
-    std::string m_original;
-    std::string m_written;
+    ByteBuffer m_original;
+    ByteBuffer m_written;
     /// the entry's lines for standard output and standard error
     std::ostringstream m_out;
     std::ostringstream m_err;
