@@ -1,0 +1,120 @@
+// What the coefficient coder knows about one subband: its coefficients, their significance and
+// the quadtree over them.
+#ifndef GWAV_BANDSTATE_H
+#define GWAV_BANDSTATE_H
+
+#include "gwav/Subband.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+// The state of one subband during coding. Coefficients (the leaves) and the nodes of the
+// quadtree above them (level k covers 2^k x 2^k leaves) carry flags in arrays with a border of
+// one cell, so that neighbours are read without bounds checks. The encoder also keeps, for every
+// node and leaf, the number of bits of its largest magnitude.
+class BandState
+{
+public:
+    // flags of a leaf or node
+    static const uint8_t SIGNIFICANT = 1;
+    static const uint8_t NEGATIVE = 2;
+    static const uint8_t REFINED = 4;
+    // a leaf's lowest known magnitude bit sits in the upper bits of its flags
+    static const int KNOWN_SHIFT = 3;
+
+    // Empty state for the band (no allocation yet).
+    explicit BandState(const Subband& band);
+
+    // Allocates the arrays; the encoder's also hold the bit counts. False when memory is short.
+    bool allocate(bool encoder);
+    // Encoder: takes the band's coefficients (width x height, row by row) and fills magnitudes,
+    // signs and the bit counts of every node. Returns the largest bit count.
+    template <typename T>
+    int load(const T* coefficients);
+
+    const Subband& band() const { return m_band; }
+    int width() const { return m_band.m_width; }
+    int height() const { return m_band.m_height; }
+    // Number of quadtree levels above the leaves; the root is the only node of the top level.
+    int treeLevels() const { return m_treeLevels; }
+    int levelWidth(int k) const { return m_levelWidth[k]; }
+    int levelHeight(int k) const { return m_levelHeight[k]; }
+
+    // Flags of leaf (x, y); x and y may be -1 or the width/height (the border).
+    uint8_t& leaf(int x, int y) { return m_leaves[size_t(y + 1) * size_t(m_band.m_width + 2) + size_t(x + 1)]; }
+    // Flags of node (x, y) of level k >= 1, border included.
+    uint8_t& node(int k, int x, int y)
+    {
+        return m_nodes[m_nodeOffset[k] + size_t(y + 1) * size_t(m_levelWidth[k] + 2) + size_t(x + 1)];
+    }
+    // Distance between vertically adjacent cells of level k (0 for the leaves).
+    size_t paddedWidth(int k) const { return size_t(m_levelWidth[k] + 2); }
+    // Encoder: bit count of the largest magnitude under node (x, y) of level k (k = 0: leaf).
+    uint8_t bits(int k, int x, int y) const { return m_bits[m_bitsOffset[k] + size_t(y) * m_levelWidth[k] + x]; }
+    // Magnitude of leaf (x, y): the encoder's coefficient, the bits the decoder knows so far.
+    uint32_t& magnitude(int x, int y) { return m_magnitude[size_t(y) * m_band.m_width + x]; }
+    // Leaves in the order they became significant, as y * width + x.
+    std::vector<uint32_t>& significant() { return m_significant; }
+
+private:
+    const Subband& m_band;
+    int m_treeLevels;
+    std::vector<int> m_levelWidth;
+    std::vector<int> m_levelHeight;
+    std::vector<size_t> m_nodeOffset;
+    std::vector<size_t> m_bitsOffset;
+    std::vector<uint8_t> m_leaves;
+    std::vector<uint8_t> m_nodes;
+    std::vector<uint8_t> m_bits;
+    std::vector<uint32_t> m_magnitude;
+    std::vector<uint32_t> m_significant;
+};
+
+template <typename T>
+int BandState::load(const T* coefficients)
+{
+    const int w = m_band.m_width;
+    const int h = m_band.m_height;
+    for (int y = 0; y < h; ++y)
+    {
+        for (int x = 0; x < w; ++x)
+        {
+            const T value = coefficients[size_t(y) * w + x];
+            const uint32_t m = uint32_t(value < 0 ? -value : value);
+            magnitude(x, y) = m;
+            if (value < 0)
+                leaf(x, y) = NEGATIVE;
+            int count = 0;
+            while ((m >> count) != 0)
+                ++count;
+            m_bits[size_t(y) * w + x] = uint8_t(count);
+        }
+    }
+    for (int k = 1; k <= m_treeLevels; ++k)
+    {
+        const int cw = m_levelWidth[k - 1];
+        const int ch = m_levelHeight[k - 1];
+        const uint8_t* child = &m_bits[m_bitsOffset[k - 1]];
+        uint8_t* parent = &m_bits[m_bitsOffset[k]];
+        for (int y = 0; y < m_levelHeight[k]; ++y)
+        {
+            for (int x = 0; x < m_levelWidth[k]; ++x)
+            {
+                uint8_t most = 0;
+                for (int dy = 0; dy < 2; ++dy)
+                    for (int dx = 0; dx < 2; ++dx)
+                    {
+                        const int cx = 2 * x + dx;
+                        const int cy = 2 * y + dy;
+                        if (cx < cw && cy < ch && child[size_t(cy) * cw + cx] > most)
+                            most = child[size_t(cy) * cw + cx];
+                    }
+                parent[size_t(y) * m_levelWidth[k] + x] = most;
+            }
+        }
+    }
+    return m_bits[m_bitsOffset[m_treeLevels]];
+}
+
+#endif

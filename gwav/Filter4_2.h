@@ -1,0 +1,289 @@
+// The 4-2 integer lifting filter: four-tap prediction of the odd samples, two-tap update of the
+// even samples and a low-pass gain of 152/128. Exactly reversible for every integer line.
+#ifndef GWAV_FILTER4_2_H
+#define GWAV_FILTER4_2_H
+
+#include "gwav/Filter.h"
+
+#include <cstddef>
+#include <vector>
+
+// The integer type the filter computes in: 16-bit samples are widened to int, wider ones keep
+// their type.
+template <typename T>
+struct FilterWide
+{
+    typedef T Type;
+};
+template <>
+struct FilterWide<short>
+{
+    typedef int Type;
+};
+
+// Filter4_2<T> works on lines of T samples. Forward:
+//   extend the boundaries (whole-sample symmetric), then for every odd i
+//   x[i] -= r16(9 (x[i-1] + x[i+1]) - (x[i-3] + x[i+3]));
+//   x[0] = up(x[0] + r2(x[1])); x[i] = up(x[i] + r4(x[i-1] + x[i+1])) for inner even i;
+//   a last even sample without right neighbour: x[i] = up(x[i] + r2(x[i-1])).
+// r16, r4 and r2 divide rounding halves away from zero; up multiplies by 152/128 and down by
+// 128/152, both rounding halves away from zero; down(up(v)) == v for every integer v.
+// T = short holds 8-bit planes only: 16-bit samples overflow it (the low-pass gain over five
+// levels is about 5.6); wider samples take T = long.
+template <typename T>
+class Filter4_2 : public Filter<T>
+{
+public:
+    typedef typename FilterWide<T>::Type W;
+
+    // Size of the fixed line buffer of the copying forms, and where a line starts in it.
+    static const int LINE_BUFFER = 33501;
+    static const int LINE_START = 7;
+
+    Filter4_2() {}
+    ~Filter4_2() override {}
+
+    void transform(T* line, int count, unsigned long stride) override { transformFast(line, count, stride); }
+    void transformInner(T* line, int count) override;
+    void untransform(T* line, int count, unsigned long stride) override { untransformFast(line, count, stride); }
+    void untransformInner(T* line, int count) override;
+    void transformCopy(T* line, int count, unsigned long stride) override;
+    void untransformCopy(T* line, int count, unsigned long stride) override;
+    void transformFast(T* line, int count, unsigned long stride) override { transformT<1>(line, count, stride, 0); }
+    void untransformFast(T* line, int count, unsigned long stride) override
+    {
+        untransformT<1>(line, count, stride, 0);
+    }
+
+    // Forward filter of N lines at once, in place: line k starts at line + k * lineStep, its
+    // samples are stride elements apart. Same results as N calls of transformInner.
+    template <int N>
+    void transformT(T* line, int count, std::ptrdiff_t stride, std::ptrdiff_t lineStep);
+    // Inverse filter of N lines at once, in place (see transformT).
+    template <int N>
+    void untransformT(T* line, int count, std::ptrdiff_t stride, std::ptrdiff_t lineStep);
+
+    // The rounded divisions and scalings, as written: truncating division of the value moved
+    // half a divisor away from zero.
+    static W r16(W v) { return v >= 0 ? (v + 8) / 16 : (v - 8) / 16; }
+    static W r4(W v) { return v >= 0 ? (v + 2) / 4 : (v - 2) / 4; }
+    static W r2(W v) { return v >= 0 ? (v + 1) / 2 : (v - 1) / 2; }
+    static W up(W v) { return v >= 0 ? (152 * v + 64) / 128 : (152 * v - 64) / 128; }
+    static W down(W v) { return v >= 0 ? (128 * v + 64) / 152 : (128 * v - 64) / 152; }
+
+private:
+    // The same roundings with an arithmetic shift: floor((v + h - [v < 0]) / 2h) equals the
+    // truncated (v +- h) / 2h for both signs; branch-free, so the loops vectorise.
+    static W s16(W v) { return (v + 8 - W(v < 0)) >> 4; }
+    static W s4(W v) { return (v + 2 - W(v < 0)) >> 2; }
+    static W s2(W v) { return (v + 1 - W(v < 0)) >> 1; }
+    static W sUp(W v) { return (152 * v + 64 - W(v < 0)) >> 7; }
+
+    // Index of sample i of a line of n >= 2 samples under whole-sample symmetric extension.
+    static int mirror(int i, int n);
+    // The line buffer of the copying forms, with room for count samples and the spare ones.
+    T* lineBuffer(int count);
+
+    std::vector<T> m_buffer;
+};
+
+template <typename T>
+int Filter4_2<T>::mirror(int i, int n)
+{
+    const int period = 2 * (n - 1);
+    i %= period;
+    if (i < 0)
+        i += period;
+    return i < n ? i : period - i;
+}
+
+template <typename T>
+void Filter4_2<T>::transformInner(T* x, int n)
+{
+    if (n < 2)
+        return;
+    // boundary extension, in this order: for n < 5 later cells read earlier ones
+    x[-1] = x[1];
+    x[n] = x[n - 2];
+    x[-2] = x[2];
+    x[n + 1] = x[n - 3];
+    x[-3] = x[3];
+    x[n + 2] = x[n - 4];
+    for (int i = 1; i < n; i += 2)
+        x[i] = T(x[i] - r16(9 * (W(x[i - 1]) + W(x[i + 1])) - (W(x[i - 3]) + W(x[i + 3]))));
+    x[0] = T(up(x[0] + r2(x[1])));
+    int i = 2;
+    for (; i + 1 < n; i += 2)
+        x[i] = T(up(x[i] + r4(W(x[i - 1]) + W(x[i + 1]))));
+    if (i == n - 1 && i >= 2)
+        x[i] = T(up(x[i] + r2(x[i - 1])));
+}
+
+template <typename T>
+void Filter4_2<T>::untransformInner(T* x, int n)
+{
+    if (n < 2)
+        return;
+    x[0] = T(down(x[0]) - r2(x[1]));
+    int i = 2;
+    for (; i + 1 < n; i += 2)
+        x[i] = T(down(x[i]) - r4(W(x[i - 1]) + W(x[i + 1])));
+    if (i == n - 1 && i >= 2)
+        x[i] = T(down(x[i]) - r2(x[i - 1]));
+    x[-1] = x[1];
+    x[n] = x[n - 2];
+    x[-2] = x[2];
+    x[n + 1] = x[n - 3];
+    x[-3] = x[3];
+    x[n + 2] = x[n - 4];
+    for (i = 1; i < n; i += 2)
+        x[i] = T(x[i] + r16(9 * (W(x[i - 1]) + W(x[i + 1])) - (W(x[i - 3]) + W(x[i + 3]))));
+}
+
+template <typename T>
+T* Filter4_2<T>::lineBuffer(int count)
+{
+    // lines longer than the fixed buffer (columns beyond 33,491) get a larger one instead of
+    // running past its end
+    const size_t needed = size_t(count) + 2 * LINE_START;
+    if (m_buffer.size() < needed || m_buffer.size() < size_t(LINE_BUFFER))
+        m_buffer.resize(needed < size_t(LINE_BUFFER) ? size_t(LINE_BUFFER) : needed);
+    return m_buffer.data() + LINE_START;
+}
+
+template <typename T>
+void Filter4_2<T>::transformCopy(T* line, int count, unsigned long stride)
+{
+    if (count < 2)
+        return;
+    T* buffer = lineBuffer(count);
+    for (int i = 0; i < count; ++i)
+        buffer[i] = line[i * stride];
+    transformInner(buffer, count);
+    for (int i = 0; i < count; ++i)
+        line[i * stride] = buffer[i];
+}
+
+template <typename T>
+void Filter4_2<T>::untransformCopy(T* line, int count, unsigned long stride)
+{
+    if (count < 2)
+        return;
+    T* buffer = lineBuffer(count);
+    for (int i = 0; i < count; ++i)
+        buffer[i] = line[i * stride];
+    untransformInner(buffer, count);
+    for (int i = 0; i < count; ++i)
+        line[i * stride] = buffer[i];
+}
+
+template <typename T>
+template <int N>
+void Filter4_2<T>::transformT(T* x, int n, std::ptrdiff_t s, std::ptrdiff_t ls)
+{
+    if (n < 2)
+        return;
+    // predict the odd samples from the even ones, which do not change meanwhile; the first
+    // and the last few read mirrored samples
+    const int innerEnd = n - 3; // odd i < innerEnd have i + 3 inside the line
+    for (int i = 1; i < n; i += 2)
+    {
+        if (i >= 3 && i < innerEnd)
+        {
+            const int stop = innerEnd;
+            for (; i < stop; i += 2)
+            {
+                T* p = x + i * s;
+                for (int k = 0; k < N; ++k)
+                {
+                    T* q = p + k * ls;
+                    q[0] = T(q[0] - s16(9 * (W(q[-s]) + W(q[s])) - (W(q[-3 * s]) + W(q[3 * s]))));
+                }
+            }
+            i -= 2;
+            continue;
+        }
+        T* p = x + i * s;
+        const T* a = x + mirror(i - 3, n) * s;
+        const T* b = x + mirror(i - 1, n) * s;
+        const T* c = x + mirror(i + 1, n) * s;
+        const T* d = x + mirror(i + 3, n) * s;
+        for (int k = 0; k < N; ++k)
+            p[k * ls] = T(p[k * ls] - s16(9 * (W(b[k * ls]) + W(c[k * ls])) - (W(a[k * ls]) + W(d[k * ls]))));
+    }
+    // update and scale the even samples
+    for (int k = 0; k < N; ++k)
+        x[k * ls] = T(sUp(x[k * ls] + s2(x[s + k * ls])));
+    int i = 2;
+    for (; i + 1 < n; i += 2)
+    {
+        T* p = x + i * s;
+        for (int k = 0; k < N; ++k)
+        {
+            T* q = p + k * ls;
+            q[0] = T(sUp(q[0] + s4(W(q[-s]) + W(q[s]))));
+        }
+    }
+    if (i == n - 1)
+    {
+        T* p = x + i * s;
+        for (int k = 0; k < N; ++k)
+            p[k * ls] = T(sUp(p[k * ls] + s2(p[k * ls - s])));
+    }
+}
+
+template <typename T>
+template <int N>
+void Filter4_2<T>::untransformT(T* x, int n, std::ptrdiff_t s, std::ptrdiff_t ls)
+{
+    if (n < 2)
+        return;
+    for (int k = 0; k < N; ++k)
+        x[k * ls] = T(down(x[k * ls]) - s2(x[s + k * ls]));
+    int i = 2;
+    for (; i + 1 < n; i += 2)
+    {
+        T* p = x + i * s;
+        for (int k = 0; k < N; ++k)
+        {
+            T* q = p + k * ls;
+            q[0] = T(down(q[0]) - s4(W(q[-s]) + W(q[s])));
+        }
+    }
+    if (i == n - 1)
+    {
+        T* p = x + i * s;
+        for (int k = 0; k < N; ++k)
+            p[k * ls] = T(down(p[k * ls]) - s2(p[k * ls - s]));
+    }
+    const int innerEnd = n - 3;
+    for (i = 1; i < n; i += 2)
+    {
+        if (i >= 3 && i < innerEnd)
+        {
+            for (; i < innerEnd; i += 2)
+            {
+                T* p = x + i * s;
+                for (int k = 0; k < N; ++k)
+                {
+                    T* q = p + k * ls;
+                    q[0] = T(q[0] + s16(9 * (W(q[-s]) + W(q[s])) - (W(q[-3 * s]) + W(q[3 * s]))));
+                }
+            }
+            i -= 2;
+            continue;
+        }
+        T* p = x + i * s;
+        const T* a = x + mirror(i - 3, n) * s;
+        const T* b = x + mirror(i - 1, n) * s;
+        const T* c = x + mirror(i + 1, n) * s;
+        const T* d = x + mirror(i + 3, n) * s;
+        for (int k = 0; k < N; ++k)
+            p[k * ls] = T(p[k * ls] + s16(9 * (W(b[k * ls]) + W(c[k * ls])) - (W(a[k * ls]) + W(d[k * ls]))));
+    }
+}
+
+extern template class Filter4_2<short>;
+extern template class Filter4_2<long>;
+
+#endif

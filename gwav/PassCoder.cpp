@@ -1,0 +1,268 @@
+#include "gwav/PassCoder.h"
+#ifdef GWAV_STATS
+#include <cmath>
+double gwavStats[8];
+static void stat(int cat, int bit, const BitModel& m) { double p1 = m.m_one / 65536.0; gwavStats[cat] += -std::log2(bit ? p1 : 1 - p1); }
+#define STAT(c, b, m) stat(c, b, m)
+#define STATN(c) gwavStats[c] += 1
+#else
+#define STAT(c, b, m)
+#define STATN(c)
+#endif
+
+namespace {
+
+// The nine neighbourhood classes of a leaf from its significant neighbours: h horizontal (0-2),
+// v vertical (0-2), d diagonal (0-4). Bands high-pass down the column (and LL) lean on the
+// horizontal neighbours, bands high-pass across the row on the vertical ones, HH on the
+// diagonals.
+int neighbourhoodMajor(int major, int minor, int d)
+{
+    if (major == 2)
+        return 8;
+    if (major == 1)
+        return minor >= 1 ? 7 : (d >= 1 ? 6 : 5);
+    if (minor == 2)
+        return 4;
+    if (minor == 1)
+        return 3;
+    return d >= 2 ? 2 : d;
+}
+
+int neighbourhoodDiagonal(int hv, int d)
+{
+    if (d >= 3)
+        return 8;
+    if (d == 2)
+        return hv >= 1 ? 7 : 6;
+    if (d == 1)
+        return hv >= 2 ? 5 : (hv == 1 ? 4 : 3);
+    return hv >= 2 ? 2 : hv;
+}
+
+// Sign context from the signs of the significant horizontal and vertical neighbours: the
+// context and the bit that turns the coded decision into the sign.
+struct SignContext
+{
+    int m_context;
+    int m_flip;
+};
+
+SignContext signContext(int horizontal, int vertical)
+{
+    static const SignContext table[3][3] = {
+        {{4, 1}, {3, 1}, {2, 1}}, // horizontal -1; vertical -1, 0, 1
+        {{1, 1}, {0, 0}, {1, 0}}, // horizontal 0
+        {{2, 0}, {3, 0}, {4, 0}}, // horizontal 1
+    };
+    return table[horizontal + 1][vertical + 1];
+}
+
+int signOf(uint8_t flags)
+{
+    if (!(flags & BandState::SIGNIFICANT))
+        return 0;
+    return (flags & BandState::NEGATIVE) ? -1 : 1;
+}
+
+int clampUnit(int v)
+{
+    return v < -1 ? -1 : (v > 1 ? 1 : v);
+}
+
+} // namespace
+
+template <class Side>
+PassCoder<Side>::PassCoder(Side& side, std::vector<BandState>& bands)
+    : m_side(side)
+    , m_bands(bands)
+{
+}
+
+template <class Side>
+int PassCoder<Side>::orientationClass(const BandState& band) const
+{
+    switch (band.band().m_orientation)
+    {
+    case SUBBAND_HL:
+        return 1;
+    case SUBBAND_HH:
+        return 2;
+    default:
+        return 0;
+    }
+}
+
+template <class Side>
+void PassCoder<Side>::significance(int b, int p)
+{
+    BandState& band = m_bands[b];
+    BandState* parent = band.band().m_parent >= 0 ? &m_bands[band.band().m_parent] : nullptr;
+    visit(band, parent, band.treeLevels(), 0, 0, p, false, false);
+}
+
+template <class Side>
+bool PassCoder<Side>::visit(BandState& band, BandState* parent, int k, int x, int y, int p, bool forced, bool fresh)
+{
+    if (k == 0)
+        return visitLeaf(band, parent, x, y, p, forced, fresh);
+    uint8_t& flags = band.node(k, x, y);
+    bool newly = false;
+    if (!(flags & BandState::SIGNIFICANT))
+    {
+        int bit = 1;
+        if (!forced)
+        {
+            const size_t pw = band.paddedWidth(k);
+            const uint8_t* cell = &flags;
+            int neighbours = (cell[-1] & 1) + (cell[1] & 1) + (cell[-std::ptrdiff_t(pw)] & 1) + (cell[pw] & 1);
+            if (neighbours > 2)
+                neighbours = 2;
+            int parentClass = 2;
+            if (parent != nullptr)
+            {
+                const int pk = k - 1;
+                parentClass = 0;
+                if (x < parent->levelWidth(pk) && y < parent->levelHeight(pk))
+                {
+                    const uint8_t pf = pk == 0 ? parent->leaf(x, y) : parent->node(pk, x, y);
+                    parentClass = pf & BandState::SIGNIFICANT;
+                }
+            }
+            const int levelClass = k >= 3 ? 2 : k - 1;
+            BitModel& model = m_node[orientationClass(band)][levelClass][neighbours][parentClass];
+            STAT(0, int(band.bits(k, x, y) > p), model);
+            bit = m_side.code(Side::ENCODER ? int(band.bits(k, x, y) > p) : 0, model);
+            if (m_side.done())
+                return false;
+        }
+        if (!bit)
+            return false;
+        flags |= BandState::SIGNIFICANT;
+        newly = true;
+    }
+    const int cw = band.levelWidth(k - 1);
+    const int ch = band.levelHeight(k - 1);
+    const int x0 = 2 * x;
+    const int y0 = 2 * y;
+    const int children = (x0 + 1 < cw ? 2 : 1) * (y0 + 1 < ch ? 2 : 1);
+    int seen = 0;
+    int insignificant = 0;
+    for (int dy = 0; dy < 2; ++dy)
+    {
+        for (int dx = 0; dx < 2; ++dx)
+        {
+            const int cx = x0 + dx;
+            const int cy = y0 + dy;
+            if (cx >= cw || cy >= ch)
+                continue;
+            // a node that just turned significant has a significant child: the last one
+            // when all others are not
+            const bool force = newly && seen == children - 1 && insignificant == seen;
+            const bool significant = visit(band, parent, k - 1, cx, cy, p, force, newly);
+            if (m_side.done())
+                return true;
+            if (!significant)
+                ++insignificant;
+            ++seen;
+        }
+    }
+    return true;
+}
+
+template <class Side>
+bool PassCoder<Side>::visitLeaf(BandState& band, BandState* parent, int x, int y, int p, bool forced, bool fresh)
+{
+    uint8_t& flags = band.leaf(x, y);
+    if (flags & BandState::SIGNIFICANT)
+        return true;
+    const size_t pw = band.paddedWidth(0);
+    const uint8_t* cell = &flags;
+    const uint8_t west = cell[-1];
+    const uint8_t east = cell[1];
+    const uint8_t north = cell[-std::ptrdiff_t(pw)];
+    const uint8_t south = cell[pw];
+    const int oc = orientationClass(band);
+    if (!forced)
+    {
+        const int h = (west & 1) + (east & 1);
+        const int v = (north & 1) + (south & 1);
+        const int d = (cell[-std::ptrdiff_t(pw) - 1] & 1) + (cell[-std::ptrdiff_t(pw) + 1] & 1) + (cell[pw - 1] & 1) +
+                      (cell[pw + 1] & 1);
+        int hood;
+        if (oc == 2)
+            hood = neighbourhoodDiagonal(h + v, d);
+        else if (oc == 1)
+            hood = neighbourhoodMajor(v, h, d);
+        else
+            hood = neighbourhoodMajor(h, v, d);
+        int parentClass = 2;
+        if (parent != nullptr)
+        {
+            const int px = x >> 1;
+            const int py = y >> 1;
+            parentClass = (px < parent->width() && py < parent->height()) ? (parent->leaf(px, py) & 1) : 0;
+        }
+        BitModel& model = m_leaf[oc][hood][parentClass][fresh ? 1 : 0];
+        STAT(1, int((band.magnitude(x, y) >> p) & 1), model);
+        const int bit = m_side.code(Side::ENCODER ? int((band.magnitude(x, y) >> p) & 1) : 0, model);
+        if (m_side.done() || !bit)
+            return false;
+    }
+    const SignContext sc = signContext(clampUnit(signOf(west) + signOf(east)), clampUnit(signOf(north) + signOf(south)));
+    STAT(2, (((flags & BandState::NEGATIVE) ? 1 : 0) ^ sc.m_flip), m_sign[sc.m_context]);
+    STATN(5);
+    const int negative = m_side.code(Side::ENCODER ? (((flags & BandState::NEGATIVE) ? 1 : 0) ^ sc.m_flip) : 0,
+                                     m_sign[sc.m_context]) ^
+                         sc.m_flip;
+    if (m_side.done())
+        return false;
+    flags = uint8_t(BandState::SIGNIFICANT | (negative ? BandState::NEGATIVE : 0) | (p << BandState::KNOWN_SHIFT));
+    if (!Side::ENCODER)
+        band.magnitude(x, y) = uint32_t(1) << p;
+    band.significant().push_back(uint32_t(y) * uint32_t(band.width()) + uint32_t(x));
+    return true;
+}
+
+template <class Side>
+void PassCoder<Side>::refinement(int b, int p)
+{
+    BandState& band = m_bands[b];
+    const int oc = orientationClass(band);
+    const int w = band.width();
+    const size_t pw = band.paddedWidth(0);
+    std::vector<uint32_t>& list = band.significant();
+    const size_t count = list.size();
+    for (size_t i = 0; i < count; ++i)
+    {
+        const int x = int(list[i] % uint32_t(w));
+        const int y = int(list[i] / uint32_t(w));
+        uint8_t& flags = band.leaf(x, y);
+        if ((flags >> BandState::KNOWN_SHIFT) <= p)
+            continue;
+        int hood;
+        if (flags & BandState::REFINED)
+            hood = 2;
+        else
+        {
+            const uint8_t* cell = &flags;
+            const std::ptrdiff_t up = -std::ptrdiff_t(pw);
+            const int any = (cell[-1] | cell[1] | cell[up] | cell[pw] | cell[up - 1] | cell[up + 1] | cell[pw - 1] |
+                             cell[pw + 1]) &
+                            1;
+            hood = any;
+        }
+        uint32_t& magnitude = band.magnitude(x, y);
+        STAT(3, int((magnitude >> p) & 1), m_refine[oc][hood]);
+        STATN(6);
+        const int bit = m_side.code(Side::ENCODER ? int((magnitude >> p) & 1) : 0, m_refine[oc][hood]);
+        if (m_side.done())
+            return;
+        if (!Side::ENCODER)
+            magnitude |= uint32_t(bit) << p;
+        flags = uint8_t((flags & 7) | BandState::REFINED | (p << BandState::KNOWN_SHIFT));
+    }
+}
+
+template class PassCoder<EncoderSide>;
+template class PassCoder<DecoderSide>;

@@ -1,0 +1,81 @@
+// The bit-plane passes over the subbands, shared by the encoder and the decoder.
+#ifndef GWAV_PASSCODER_H
+#define GWAV_PASSCODER_H
+
+#include "gwav/ArithmeticDecoder.h"
+#include "gwav/ArithmeticEncoder.h"
+#include "gwav/BandState.h"
+#include "gwav/BitModel.h"
+
+#include <vector>
+
+// The encoder's side of the passes: decisions come from the coefficients and are coded.
+class EncoderSide
+{
+public:
+    static const bool ENCODER = true;
+    explicit EncoderSide(ArithmeticEncoder& coder) : m_coder(coder) {}
+    int code(int bit, BitModel& model)
+    {
+        m_coder.encode(bit, model);
+        return bit;
+    }
+    // True when the budget is spent: the passes stop.
+    bool done() const { return m_coder.full(); }
+
+private:
+    ArithmeticEncoder& m_coder;
+};
+
+// The decoder's side: decisions come from the stream.
+class DecoderSide
+{
+public:
+    static const bool ENCODER = false;
+    explicit DecoderSide(ArithmeticDecoder& coder) : m_coder(coder) {}
+    int code(int, BitModel& model) { return m_coder.decode(model); }
+    // True when the stream settles no further decision: the passes stop.
+    bool done() const { return m_coder.exhausted(); }
+
+private:
+    ArithmeticDecoder& m_coder;
+};
+
+// Codes the significance and refinement passes of the bands. A significance pass of plane p
+// walks the band's quadtree from its root: a node not yet significant gets one decision (is
+// any magnitude below it at least 2^p?), a significant node passes to its children; a leaf
+// that turns significant gets its sign. A refinement pass codes bit p of every coefficient that
+// was significant before plane p. Every decision is coded in a context of what both sides
+// already know: significant neighbours, the band one level coarser, the quadtree level. Side
+// is EncoderSide or DecoderSide; both walk exactly the same way.
+template <class Side>
+class PassCoder
+{
+public:
+    // The bands are borrowed for the coder's lifetime.
+    PassCoder(Side& side, std::vector<BandState>& bands);
+
+    // Significance pass of plane p over band b.
+    void significance(int b, int p);
+    // Refinement pass of plane p over band b.
+    void refinement(int b, int p);
+
+private:
+    // Visits node (x, y) of level k; returns whether it is significant at plane p.
+    bool visit(BandState& band, BandState* parent, int k, int x, int y, int p, bool forced, bool fresh);
+    bool visitLeaf(BandState& band, BandState* parent, int x, int y, int p, bool forced, bool fresh);
+    int orientationClass(const BandState& band) const;
+
+    Side& m_side;
+    std::vector<BandState>& m_bands;
+
+    BitModel m_node[3][3][3][3]; // orientation class, level class, neighbours, parent
+    BitModel m_leaf[3][9][3][2]; // orientation class, neighbourhood, parent, fresh parent node
+    BitModel m_sign[5];
+    BitModel m_refine[3][3];     // orientation class, neighbourhood / later refinement
+};
+
+extern template class PassCoder<EncoderSide>;
+extern template class PassCoder<DecoderSide>;
+
+#endif
