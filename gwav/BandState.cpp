@@ -54,3 +54,31 @@ bool BandState::allocate(bool encoder)
         return false;
     }
 }
+
+void BandState::setSignificant(int x, int y, int p, bool negative, bool decoder)
+{
+    leaf(x, y) = uint8_t(SIGNIFICANT | (negative ? NEGATIVE : 0) | (p << KNOWN_SHIFT));
+    if (decoder)
+        magnitude(x, y) = uint32_t(1) << p;
+    const int w = m_band.m_width;
+    const int h = m_band.m_height;
+    m_significant.push_back(uint32_t(y) * uint32_t(w) + uint32_t(x));
+    for (int k = 1; k <= m_treeLevels; ++k)
+        node(k, x >> k, y >> k) |= SIGNIFICANT;
+    for (int ny = y - 1; ny <= y + 1; ++ny)
+    {
+        if (ny < 0 || ny >= h)
+            continue;
+        for (int nx = x - 1; nx <= x + 1; ++nx)
+        {
+            if (nx < 0 || nx >= w)
+                continue;
+            uint8_t& flags = leaf(nx, ny);
+            if (!(flags & (SIGNIFICANT | CANDIDATE)))
+            {
+                flags |= CANDIDATE;
+                m_candidates.push_back(uint32_t(ny) * uint32_t(w) + uint32_t(nx));
+            }
+        }
+    }
+}

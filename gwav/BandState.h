@@ -19,8 +19,12 @@ public:
     // flags of a leaf or node
     static const uint8_t SIGNIFICANT = 1;
     static const uint8_t NEGATIVE = 2;
+    // a significant leaf: refined at least once; one not yet significant: a candidate of the
+    // propagation pass (it has a significant neighbour)
     static const uint8_t REFINED = 4;
-    // a leaf's lowest known magnitude bit sits in the upper bits of its flags
+    static const uint8_t CANDIDATE = 4;
+    // upper bits: a significant leaf's lowest known magnitude bit; for one not yet significant,
+    // one more than the plane it was last found insignificant at by the propagation pass
     static const int KNOWN_SHIFT = 3;
 
     // Empty state for the band (no allocation yet).
@@ -56,6 +60,13 @@ public:
     uint32_t& magnitude(int x, int y) { return m_magnitude[size_t(y) * m_band.m_width + x]; }
     // Leaves in the order they became significant, as y * width + x.
     std::vector<uint32_t>& significant() { return m_significant; }
+    // Leaves not yet significant that have a significant neighbour, as y * width + x (some
+    // entries may have turned significant since).
+    std::vector<uint32_t>& candidates() { return m_candidates; }
+
+    // Records that leaf (x, y) turned significant at plane p: flags, the decoder's magnitude,
+    // the lists, the quadtree nodes above it and its neighbours as candidates.
+    void setSignificant(int x, int y, int p, bool negative, bool decoder);
 
 private:
     const Subband& m_band;
@@ -69,6 +80,7 @@ private:
     std::vector<uint8_t> m_bits;
     std::vector<uint32_t> m_magnitude;
     std::vector<uint32_t> m_significant;
+    std::vector<uint32_t> m_candidates;
 };
 
 template <typename T>

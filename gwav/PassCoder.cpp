@@ -94,11 +94,42 @@ int PassCoder<Side>::orientationClass(const BandState& band) const
 }
 
 template <class Side>
-void PassCoder<Side>::significance(int b, int p)
+void PassCoder<Side>::cleanup(int b, int p)
 {
     BandState& band = m_bands[b];
-    BandState* parent = band.band().m_parent >= 0 ? &m_bands[band.band().m_parent] : nullptr;
-    visit(band, parent, band.treeLevels(), 0, 0, p, false, false);
+    visit(band, parentOf(band), band.treeLevels(), 0, 0, p, false, false);
+}
+
+template <class Side>
+void PassCoder<Side>::propagation(int b, int p)
+{
+    BandState& band = m_bands[b];
+    BandState* parent = parentOf(band);
+    const int w = band.width();
+    std::vector<uint32_t>& list = band.candidates();
+    const uint8_t tested = uint8_t((p + 1) << BandState::KNOWN_SHIFT);
+    size_t kept = 0;
+    // leaves that turn significant add their neighbours at the end: they are coded in this pass
+    for (size_t i = 0; i < list.size(); ++i)
+    {
+        const uint32_t index = list[i];
+        const int x = int(index % uint32_t(w));
+        const int y = int(index / uint32_t(w));
+        uint8_t& flags = band.leaf(x, y);
+        if (flags & BandState::SIGNIFICANT)
+            continue;
+        if ((flags & 0xF8) != tested)
+        {
+            const bool significant = codeLeaf(band, parent, x, y, p, false, 0);
+            if (m_side.done())
+                return;
+            if (significant)
+                continue;
+            flags = uint8_t((flags & 7) | tested);
+        }
+        list[kept++] = index;
+    }
+    list.resize(kept);
 }
 
 template <class Side>
@@ -145,27 +176,36 @@ bool PassCoder<Side>::visit(BandState& band, BandState* parent, int k, int x, in
     const int ch = band.levelHeight(k - 1);
     const int x0 = 2 * x;
     const int y0 = 2 * y;
-    const int children = (x0 + 1 < cw ? 2 : 1) * (y0 + 1 < ch ? 2 : 1);
-    int seen = 0;
-    int insignificant = 0;
-    for (int dy = 0; dy < 2; ++dy)
+    // the children that still need a decision; a node that just turned significant has a
+    // significant one among them: the last, when all others are not
+    const uint8_t tested = uint8_t((p + 1) << BandState::KNOWN_SHIFT);
+    int open[4];
+    int count = 0;
+    for (int c = 0; c < 4; ++c)
     {
-        for (int dx = 0; dx < 2; ++dx)
+        const int cx = x0 + (c & 1);
+        const int cy = y0 + (c >> 1);
+        if (cx >= cw || cy >= ch)
+            continue;
+        if (k == 1)
         {
-            const int cx = x0 + dx;
-            const int cy = y0 + dy;
-            if (cx >= cw || cy >= ch)
+            const uint8_t leafFlags = band.leaf(cx, cy);
+            if (!(leafFlags & BandState::SIGNIFICANT) && (leafFlags & 0xF8) == tested)
                 continue;
-            // a node that just turned significant has a significant child: the last one
-            // when all others are not
-            const bool force = newly && seen == children - 1 && insignificant == seen;
-            const bool significant = visit(band, parent, k - 1, cx, cy, p, force, newly);
-            if (m_side.done())
-                return true;
-            if (!significant)
-                ++insignificant;
-            ++seen;
         }
+        open[count++] = c;
+    }
+    int insignificant = 0;
+    for (int i = 0; i < count; ++i)
+    {
+        const int cx = x0 + (open[i] & 1);
+        const int cy = y0 + (open[i] >> 1);
+        const bool force = newly && i == count - 1 && insignificant == i;
+        const bool significant = visit(band, parent, k - 1, cx, cy, p, force, newly);
+        if (m_side.done())
+            return true;
+        if (!significant)
+            ++insignificant;
     }
     return true;
 }
@@ -173,9 +213,15 @@ bool PassCoder<Side>::visit(BandState& band, BandState* parent, int k, int x, in
 template <class Side>
 bool PassCoder<Side>::visitLeaf(BandState& band, BandState* parent, int x, int y, int p, bool forced, bool fresh)
 {
-    uint8_t& flags = band.leaf(x, y);
-    if (flags & BandState::SIGNIFICANT)
+    if (band.leaf(x, y) & BandState::SIGNIFICANT)
         return true;
+    return codeLeaf(band, parent, x, y, p, forced, fresh ? 2 : 1);
+}
+
+template <class Side>
+bool PassCoder<Side>::codeLeaf(BandState& band, BandState* parent, int x, int y, int p, bool forced, int pass)
+{
+    uint8_t& flags = band.leaf(x, y);
     const size_t pw = band.paddedWidth(0);
     const uint8_t* cell = &flags;
     const uint8_t west = cell[-1];
@@ -203,7 +249,7 @@ bool PassCoder<Side>::visitLeaf(BandState& band, BandState* parent, int x, int y
             const int py = y >> 1;
             parentClass = (px < parent->width() && py < parent->height()) ? (parent->leaf(px, py) & 1) : 0;
         }
-        BitModel& model = m_leaf[oc][hood][parentClass][fresh ? 1 : 0];
+        BitModel& model = m_leaf[oc][hood][parentClass][pass];
         STAT(1, int((band.magnitude(x, y) >> p) & 1), model);
         const int bit = m_side.code(Side::ENCODER ? int((band.magnitude(x, y) >> p) & 1) : 0, model);
         if (m_side.done() || !bit)
@@ -217,10 +263,7 @@ bool PassCoder<Side>::visitLeaf(BandState& band, BandState* parent, int x, int y
                          sc.m_flip;
     if (m_side.done())
         return false;
-    flags = uint8_t(BandState::SIGNIFICANT | (negative ? BandState::NEGATIVE : 0) | (p << BandState::KNOWN_SHIFT));
-    if (!Side::ENCODER)
-        band.magnitude(x, y) = uint32_t(1) << p;
-    band.significant().push_back(uint32_t(y) * uint32_t(band.width()) + uint32_t(x));
+    band.setSignificant(x, y, p, negative != 0, !Side::ENCODER);
     return true;
 }
 

@@ -41,13 +41,16 @@ private:
     ArithmeticDecoder& m_coder;
 };
 
-// Codes the significance and refinement passes of the bands. A significance pass of plane p
-// walks the band's quadtree from its root: a node not yet significant gets one decision (is
-// any magnitude below it at least 2^p?), a significant node passes to its children; a leaf
-// that turns significant gets its sign. A refinement pass codes bit p of every coefficient that
-// was significant before plane p. Every decision is coded in a context of what both sides
-// already know: significant neighbours, the band one level coarser, the quadtree level. Side
-// is EncoderSide or DecoderSide; both walk exactly the same way.
+// Codes the three passes of each bit plane p of a band:
+// - propagation: leaves not yet significant next to significant ones, the likeliest to turn
+//   significant, each get one decision (is its magnitude at least 2^p?);
+// - refinement: bit p of every leaf significant before plane p;
+// - cleanup: the rest, through the band's quadtree from its root: a node not yet significant
+//   gets one decision (is any magnitude below it at least 2^p?), a significant node passes to
+//   its children.
+// A leaf that turns significant gets its sign. Every decision is coded in a context of what
+// both sides already know: significant neighbours, the band one level coarser, the quadtree
+// level. Side is EncoderSide or DecoderSide; both walk exactly the same way.
 template <class Side>
 class PassCoder
 {
@@ -55,22 +58,27 @@ public:
     // The bands are borrowed for the coder's lifetime.
     PassCoder(Side& side, std::vector<BandState>& bands);
 
-    // Significance pass of plane p over band b.
-    void significance(int b, int p);
+    // Propagation pass of plane p over band b.
+    void propagation(int b, int p);
     // Refinement pass of plane p over band b.
     void refinement(int b, int p);
+    // Cleanup pass of plane p over band b.
+    void cleanup(int b, int p);
 
 private:
     // Visits node (x, y) of level k; returns whether it is significant at plane p.
     bool visit(BandState& band, BandState* parent, int k, int x, int y, int p, bool forced, bool fresh);
     bool visitLeaf(BandState& band, BandState* parent, int x, int y, int p, bool forced, bool fresh);
+    // Codes the significance of leaf (x, y) (unless forced) and its sign; true when significant.
+    bool codeLeaf(BandState& band, BandState* parent, int x, int y, int p, bool forced, int pass);
+    BandState* parentOf(BandState& band) { return band.band().m_parent >= 0 ? &m_bands[band.band().m_parent] : nullptr; }
     int orientationClass(const BandState& band) const;
 
     Side& m_side;
     std::vector<BandState>& m_bands;
 
     BitModel m_node[3][3][3][3]; // orientation class, level class, neighbours, parent
-    BitModel m_leaf[3][9][3][2]; // orientation class, neighbourhood, parent, fresh parent node
+    BitModel m_leaf[3][9][3][3]; // orientation class, neighbourhood, parent, pass (propagation, cleanup, fresh node)
     BitModel m_sign[5];
     BitModel m_refine[3][3];     // orientation class, neighbourhood / later refinement
 };

@@ -2,7 +2,8 @@
 
 #include <algorithm>
 
-std::vector<CodingPass> passSchedule(const std::vector<Subband>& bands, int planes, int refinementOffset)
+std::vector<CodingPass> passSchedule(const std::vector<Subband>& bands, int planes, int propagationOffset,
+                                     int refinementOffset)
 {
     struct Keyed
     {
@@ -14,10 +15,14 @@ std::vector<CodingPass> passSchedule(const std::vector<Subband>& bands, int plan
     {
         for (int p = planes - 1; p >= 0; --p)
         {
-            keyed.push_back({16 * p + bands[b].m_weight, {b, p, false}});
+            const int key = 16 * p + bands[b].m_weight;
             // nothing is significant before the top plane
             if (p < planes - 1)
-                keyed.push_back({16 * p + bands[b].m_weight + refinementOffset, {b, p, true}});
+            {
+                keyed.push_back({key + propagationOffset, {b, p, PASS_PROPAGATION}});
+                keyed.push_back({key + refinementOffset, {b, p, PASS_REFINEMENT}});
+            }
+            keyed.push_back({key, {b, p, PASS_CLEANUP}});
         }
     }
     std::stable_sort(keyed.begin(), keyed.end(), [](const Keyed& a, const Keyed& b) { return a.m_key > b.m_key; });

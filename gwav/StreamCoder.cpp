@@ -52,15 +52,18 @@ template <class Side>
 void runPasses(Side& side, BandSet& set, int planes, const StreamSettings& settings)
 {
     PassCoder<Side> coder(side, set.m_states);
-    const std::vector<CodingPass> passes = passSchedule(set.m_bands, planes, settings.m_refinementOffset);
+    const std::vector<CodingPass> passes =
+        passSchedule(set.m_bands, planes, settings.m_propagationOffset, settings.m_refinementOffset);
     for (const CodingPass& pass : passes)
     {
         if (side.done())
             return;
-        if (pass.m_refinement)
+        if (pass.m_kind == PASS_PROPAGATION)
+            coder.propagation(pass.m_band, pass.m_plane);
+        else if (pass.m_kind == PASS_REFINEMENT)
             coder.refinement(pass.m_band, pass.m_plane);
         else
-            coder.significance(pass.m_band, pass.m_plane);
+            coder.cleanup(pass.m_band, pass.m_plane);
     }
 }
 

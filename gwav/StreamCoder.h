@@ -9,7 +9,8 @@
 struct StreamSettings
 {
     int m_maxLevels = 5;        // wavelet levels at most
-    int m_refinementOffset = 0; // refinement passes later (negative) or earlier, 1/16 plane
+    int m_propagationOffset = 8; // propagation passes ahead of their cleanup pass, 1/16 plane
+    int m_refinementOffset = 0;  // refinement passes ahead of their cleanup pass, 1/16 plane
     int m_firstOffset = 3;      // reconstruction inside a first interval, eighths of it
     int m_laterOffset = 4;      // reconstruction inside later intervals, eighths
 };
