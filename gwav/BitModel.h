@@ -9,14 +9,14 @@
 // model follows statistics that drift through the bit planes.
 struct BitModel
 {
-    // Decisions after which the adaptation rate stops slowing down.
-    #ifndef GWAV_LIMIT
-#define GWAV_LIMIT 30
-#endif
-    static const int LIMIT = GWAV_LIMIT;
+    // Decisions after which the adaptation rate usually stops slowing down.
+    static const int LIMIT = 30;
+    // The same for decisions with steady statistics.
+    static const int SLOW_LIMIT = 250;
 
     uint16_t m_one = 32768; // probability of a 1
     uint8_t m_seen = 0;     // decisions seen, up to LIMIT
+    uint8_t m_limit = LIMIT; // where m_seen stops
 
     // Moves the estimate towards the decision just coded.
     void update(int bit)
@@ -29,7 +29,7 @@ struct BitModel
         else if (p > 65536 - 48)
             p = 65536 - 48;
         m_one = uint16_t(p);
-        if (m_seen < LIMIT)
+        if (m_seen < m_limit)
             ++m_seen;
     }
 };

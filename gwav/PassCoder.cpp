@@ -77,6 +77,9 @@ PassCoder<Side>::PassCoder(Side& side, std::vector<BandState>& bands)
     : m_side(side)
     , m_bands(bands)
 {
+    // bits below the first refinement are nearly even: a slow, steady estimate codes them best
+    for (int oc = 0; oc < 3; ++oc)
+        m_refine[oc][2].m_limit = BitModel::SLOW_LIMIT;
 }
 
 template <class Side>
@@ -146,7 +149,9 @@ bool PassCoder<Side>::visit(BandState& band, BandState* parent, int k, int x, in
         {
             const size_t pw = band.paddedWidth(k);
             const uint8_t* cell = &flags;
-            int neighbours = (cell[-1] & 1) + (cell[1] & 1) + (cell[-std::ptrdiff_t(pw)] & 1) + (cell[pw] & 1);
+            const std::ptrdiff_t up = -std::ptrdiff_t(pw);
+            int neighbours = (cell[-1] & 1) + (cell[1] & 1) + (cell[up] & 1) + (cell[pw] & 1) + (cell[up - 1] & 1) +
+                             (cell[up + 1] & 1) + (cell[pw - 1] & 1) + (cell[pw + 1] & 1);
             if (neighbours > 2)
                 neighbours = 2;
             int parentClass = 2;
@@ -161,7 +166,7 @@ bool PassCoder<Side>::visit(BandState& band, BandState* parent, int k, int x, in
                 }
             }
             const int levelClass = k >= 3 ? 2 : k - 1;
-            BitModel& model = m_node[orientationClass(band)][levelClass][neighbours][parentClass];
+            BitModel& model = m_node[orientationClass(band)][levelClass][neighbours][parentClass][fresh ? 1 : 0];
             STAT(0, int(band.bits(k, x, y) > p), model);
             bit = m_side.code(Side::ENCODER ? int(band.bits(k, x, y) > p) : 0, model);
             if (m_side.done())

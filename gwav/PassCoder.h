@@ -77,7 +77,7 @@ private:
     Side& m_side;
     std::vector<BandState>& m_bands;
 
-    BitModel m_node[3][3][3][3]; // orientation class, level class, neighbours, parent
+    BitModel m_node[3][3][3][3][2]; // orientation class, level class, neighbours, parent, fresh parent node
     BitModel m_leaf[3][9][3][3]; // orientation class, neighbourhood, parent, pass (propagation, cleanup, fresh node)
     BitModel m_sign[5];
     BitModel m_refine[3][3];     // orientation class, neighbourhood / later refinement
