@@ -27,7 +27,7 @@ bool BandState::allocate(bool encoder)
         const size_t w = size_t(m_band.m_width);
         const size_t h = size_t(m_band.m_height);
         m_leaves.assign((w + 2) * (h + 2), 0);
-        m_magnitude.assign(w * h, 0);
+        m_magnitude.reset(new uint32_t[w * h]);
         m_nodeOffset.assign(size_t(m_treeLevels) + 1, 0);
         size_t nodes = 0;
         for (int k = 1; k <= m_treeLevels; ++k)

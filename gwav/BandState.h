@@ -6,7 +6,9 @@
 #include "gwav/Subband.h"
 
 #include <cstddef>
+#include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 // The state of one subband during coding. Coefficients (the leaves) and the nodes of the
@@ -57,7 +59,7 @@ public:
     // Encoder: bit count of the largest magnitude under node (x, y) of level k (k = 0: leaf).
     uint8_t bits(int k, int x, int y) const { return m_bits[m_bitsOffset[k] + size_t(y) * m_levelWidth[k] + x]; }
     // Magnitude of leaf (x, y): the encoder's coefficient, the bits the decoder knows so far.
-    uint32_t& magnitude(int x, int y) { return m_magnitude[size_t(y) * m_band.m_width + x]; }
+    uint32_t& magnitude(int x, int y) { return m_magnitude[size_t(y) * size_t(m_band.m_width) + size_t(x)]; }
     // Leaves in the order they became significant, as y * width + x.
     std::vector<uint32_t>& significant() { return m_significant; }
     // Leaves not yet significant that have a significant neighbour, as y * width + x (some
@@ -78,7 +80,7 @@ private:
     std::vector<uint8_t> m_leaves;
     std::vector<uint8_t> m_nodes;
     std::vector<uint8_t> m_bits;
-    std::vector<uint32_t> m_magnitude;
+    std::unique_ptr<uint32_t[]> m_magnitude; // set before it is read: loaded, or when significant
     std::vector<uint32_t> m_significant;
     std::vector<uint32_t> m_candidates;
 };
@@ -88,42 +90,43 @@ int BandState::load(const T* coefficients)
 {
     const int w = m_band.m_width;
     const int h = m_band.m_height;
+    uint8_t* bits = &m_bits[0];
     for (int y = 0; y < h; ++y)
     {
+        const T* row = coefficients + size_t(y) * size_t(w);
+        uint32_t* magnitudes = &m_magnitude[size_t(y) * size_t(w)];
+        uint8_t* flags = &leaf(0, y);
+        uint8_t* counts = bits + size_t(y) * size_t(w);
         for (int x = 0; x < w; ++x)
         {
-            const T value = coefficients[size_t(y) * w + x];
+            const T value = row[x];
             const uint32_t m = uint32_t(value < 0 ? -value : value);
-            magnitude(x, y) = m;
-            if (value < 0)
-                leaf(x, y) = NEGATIVE;
-            int count = 0;
-            while ((m >> count) != 0)
-                ++count;
-            m_bits[size_t(y) * w + x] = uint8_t(count);
+            magnitudes[x] = m;
+            flags[x] = value < 0 ? NEGATIVE : 0;
+            counts[x] = uint8_t(m == 0 ? 0 : 32 - __builtin_clz(m));
         }
     }
+    // each node holds the largest count of its (up to four) children
     for (int k = 1; k <= m_treeLevels; ++k)
     {
         const int cw = m_levelWidth[k - 1];
         const int ch = m_levelHeight[k - 1];
+        const int pw = m_levelWidth[k];
         const uint8_t* child = &m_bits[m_bitsOffset[k - 1]];
         uint8_t* parent = &m_bits[m_bitsOffset[k]];
         for (int y = 0; y < m_levelHeight[k]; ++y)
         {
-            for (int x = 0; x < m_levelWidth[k]; ++x)
+            const uint8_t* top = child + size_t(2 * y) * size_t(cw);
+            const uint8_t* bottom = 2 * y + 1 < ch ? top + cw : top;
+            uint8_t* out = parent + size_t(y) * size_t(pw);
+            for (int x = 0; x < cw / 2; ++x)
             {
-                uint8_t most = 0;
-                for (int dy = 0; dy < 2; ++dy)
-                    for (int dx = 0; dx < 2; ++dx)
-                    {
-                        const int cx = 2 * x + dx;
-                        const int cy = 2 * y + dy;
-                        if (cx < cw && cy < ch && child[size_t(cy) * cw + cx] > most)
-                            most = child[size_t(cy) * cw + cx];
-                    }
-                parent[size_t(y) * m_levelWidth[k] + x] = most;
+                const uint8_t a = std::max(top[2 * x], top[2 * x + 1]);
+                const uint8_t b = std::max(bottom[2 * x], bottom[2 * x + 1]);
+                out[x] = std::max(a, b);
             }
+            if (cw & 1)
+                out[pw - 1] = std::max(top[cw - 1], bottom[cw - 1]);
         }
     }
     return m_bits[m_bitsOffset[m_treeLevels]];

@@ -29,7 +29,10 @@ struct FilterWide<short>
 // r16, r4 and r2 divide rounding halves away from zero; up multiplies by 152/128 and down by
 // 128/152, both rounding halves away from zero; down(up(v)) == v for every integer v.
 // T = short holds 8-bit planes only: 16-bit samples overflow it (the low-pass gain over five
-// levels is about 5.6); wider samples take T = long.
+// levels is about 5.6). T = int computes in 32 bits: enough for the forward transform of 16-bit
+// samples over up to ten levels (no value exceeds 151 times the largest sample, so 152 v stays
+// below 2^31) and for inverse transforms of coefficients below 2^18 (no value on the way exceeds
+// 36 times the largest coefficient). T = long holds anything else.
 template <typename T>
 class Filter4_2 : public Filter<T>
 {
@@ -49,19 +52,17 @@ public:
     void untransformInner(T* line, int count) override;
     void transformCopy(T* line, int count, unsigned long stride) override;
     void untransformCopy(T* line, int count, unsigned long stride) override;
-    void transformFast(T* line, int count, unsigned long stride) override { transformT<1>(line, count, stride, 0); }
-    void untransformFast(T* line, int count, unsigned long stride) override
-    {
-        untransformT<1>(line, count, stride, 0);
-    }
+    void transformFast(T* line, int count, unsigned long stride) override { transformT<1>(line, count, stride); }
+    void untransformFast(T* line, int count, unsigned long stride) override { untransformT<1>(line, count, stride); }
 
-    // Forward filter of N lines at once, in place: line k starts at line + k * lineStep, its
-    // samples are stride elements apart. Same results as N calls of transformInner.
+    // Forward filter of N adjacent lines at once, in place: line k starts at line + k, its
+    // samples are stride elements apart (stride >= N). Same results as N calls of
+    // transformInner.
     template <int N>
-    void transformT(T* line, int count, std::ptrdiff_t stride, std::ptrdiff_t lineStep);
-    // Inverse filter of N lines at once, in place (see transformT).
+    void transformT(T* line, int count, std::ptrdiff_t stride);
+    // Inverse filter of N adjacent lines at once, in place (see transformT).
     template <int N>
-    void untransformT(T* line, int count, std::ptrdiff_t stride, std::ptrdiff_t lineStep);
+    void untransformT(T* line, int count, std::ptrdiff_t stride);
 
     // The rounded divisions and scalings, as written: truncating division of the value moved
     // half a divisor away from zero.
@@ -179,111 +180,118 @@ void Filter4_2<T>::untransformCopy(T* line, int count, unsigned long stride)
 
 template <typename T>
 template <int N>
-void Filter4_2<T>::transformT(T* x, int n, std::ptrdiff_t s, std::ptrdiff_t ls)
+void Filter4_2<T>::transformT(T* x, int n, std::ptrdiff_t s)
 {
     if (n < 2)
         return;
     // predict the odd samples from the even ones, which do not change meanwhile; the first
-    // and the last few read mirrored samples
+    // and the last few read mirrored samples. Each step computes all N lanes before storing
+    // them, so the lanes are free of aliasing and vectorise.
+    W lane[N];
     const int innerEnd = n - 3; // odd i < innerEnd have i + 3 inside the line
     for (int i = 1; i < n; i += 2)
     {
+        T* p = x + i * s;
         if (i >= 3 && i < innerEnd)
         {
-            const int stop = innerEnd;
-            for (; i < stop; i += 2)
+            for (; i < innerEnd; i += 2, p += 2 * s)
             {
-                T* p = x + i * s;
                 for (int k = 0; k < N; ++k)
-                {
-                    T* q = p + k * ls;
-                    q[0] = T(q[0] - s16(9 * (W(q[-s]) + W(q[s])) - (W(q[-3 * s]) + W(q[3 * s]))));
-                }
+                    lane[k] = W(p[k]) - s16(9 * (W(p[k - s]) + W(p[k + s])) - (W(p[k - 3 * s]) + W(p[k + 3 * s])));
+                for (int k = 0; k < N; ++k)
+                    p[k] = T(lane[k]);
             }
             i -= 2;
             continue;
         }
-        T* p = x + i * s;
         const T* a = x + mirror(i - 3, n) * s;
         const T* b = x + mirror(i - 1, n) * s;
         const T* c = x + mirror(i + 1, n) * s;
         const T* d = x + mirror(i + 3, n) * s;
         for (int k = 0; k < N; ++k)
-            p[k * ls] = T(p[k * ls] - s16(9 * (W(b[k * ls]) + W(c[k * ls])) - (W(a[k * ls]) + W(d[k * ls]))));
+            lane[k] = W(p[k]) - s16(9 * (W(b[k]) + W(c[k])) - (W(a[k]) + W(d[k])));
+        for (int k = 0; k < N; ++k)
+            p[k] = T(lane[k]);
     }
     // update and scale the even samples
     for (int k = 0; k < N; ++k)
-        x[k * ls] = T(sUp(x[k * ls] + s2(x[s + k * ls])));
+        lane[k] = sUp(W(x[k]) + s2(x[s + k]));
+    for (int k = 0; k < N; ++k)
+        x[k] = T(lane[k]);
     int i = 2;
-    for (; i + 1 < n; i += 2)
+    for (T* p = x + 2 * s; i + 1 < n; i += 2, p += 2 * s)
     {
-        T* p = x + i * s;
         for (int k = 0; k < N; ++k)
-        {
-            T* q = p + k * ls;
-            q[0] = T(sUp(q[0] + s4(W(q[-s]) + W(q[s]))));
-        }
+            lane[k] = sUp(W(p[k]) + s4(W(p[k - s]) + W(p[k + s])));
+        for (int k = 0; k < N; ++k)
+            p[k] = T(lane[k]);
     }
     if (i == n - 1)
     {
         T* p = x + i * s;
         for (int k = 0; k < N; ++k)
-            p[k * ls] = T(sUp(p[k * ls] + s2(p[k * ls - s])));
+            lane[k] = sUp(W(p[k]) + s2(p[k - s]));
+        for (int k = 0; k < N; ++k)
+            p[k] = T(lane[k]);
     }
 }
 
 template <typename T>
 template <int N>
-void Filter4_2<T>::untransformT(T* x, int n, std::ptrdiff_t s, std::ptrdiff_t ls)
+void Filter4_2<T>::untransformT(T* x, int n, std::ptrdiff_t s)
 {
     if (n < 2)
         return;
+    W lane[N];
     for (int k = 0; k < N; ++k)
-        x[k * ls] = T(down(x[k * ls]) - s2(x[s + k * ls]));
+        lane[k] = down(x[k]) - s2(x[s + k]);
+    for (int k = 0; k < N; ++k)
+        x[k] = T(lane[k]);
     int i = 2;
-    for (; i + 1 < n; i += 2)
+    for (T* p = x + 2 * s; i + 1 < n; i += 2, p += 2 * s)
     {
-        T* p = x + i * s;
         for (int k = 0; k < N; ++k)
-        {
-            T* q = p + k * ls;
-            q[0] = T(down(q[0]) - s4(W(q[-s]) + W(q[s])));
-        }
+            lane[k] = down(p[k]) - s4(W(p[k - s]) + W(p[k + s]));
+        for (int k = 0; k < N; ++k)
+            p[k] = T(lane[k]);
     }
     if (i == n - 1)
     {
         T* p = x + i * s;
         for (int k = 0; k < N; ++k)
-            p[k * ls] = T(down(p[k * ls]) - s2(p[k * ls - s]));
+            lane[k] = down(p[k]) - s2(p[k - s]);
+        for (int k = 0; k < N; ++k)
+            p[k] = T(lane[k]);
     }
     const int innerEnd = n - 3;
     for (i = 1; i < n; i += 2)
     {
+        T* p = x + i * s;
         if (i >= 3 && i < innerEnd)
         {
-            for (; i < innerEnd; i += 2)
+            for (; i < innerEnd; i += 2, p += 2 * s)
             {
-                T* p = x + i * s;
                 for (int k = 0; k < N; ++k)
-                {
-                    T* q = p + k * ls;
-                    q[0] = T(q[0] + s16(9 * (W(q[-s]) + W(q[s])) - (W(q[-3 * s]) + W(q[3 * s]))));
-                }
+                    lane[k] = W(p[k]) + s16(9 * (W(p[k - s]) + W(p[k + s])) - (W(p[k - 3 * s]) + W(p[k + 3 * s])));
+                for (int k = 0; k < N; ++k)
+                    p[k] = T(lane[k]);
             }
             i -= 2;
             continue;
         }
-        T* p = x + i * s;
         const T* a = x + mirror(i - 3, n) * s;
         const T* b = x + mirror(i - 1, n) * s;
         const T* c = x + mirror(i + 1, n) * s;
         const T* d = x + mirror(i + 3, n) * s;
         for (int k = 0; k < N; ++k)
-            p[k * ls] = T(p[k * ls] + s16(9 * (W(b[k * ls]) + W(c[k * ls])) - (W(a[k * ls]) + W(d[k * ls]))));
+            lane[k] = W(p[k]) + s16(9 * (W(b[k]) + W(c[k])) - (W(a[k]) + W(d[k])));
+        for (int k = 0; k < N; ++k)
+            p[k] = T(lane[k]);
     }
 }
 
 extern template class Filter4_2<short>;
+extern template class Filter4_2<int>;
 extern template class Filter4_2<long>;
 
 #endif

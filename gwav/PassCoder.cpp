@@ -157,11 +157,21 @@ bool PassCoder<Side>::visit(BandState& band, BandState* parent, int k, int x, in
             int parentClass = 2;
             if (parent != nullptr)
             {
-                const int pk = k - 1;
-                parentClass = 0;
-                if (x < parent->levelWidth(pk) && y < parent->levelHeight(pk))
+                // the node of the coarser band over the same area, or the one above it when
+                // that band's quadtree is shorter
+                int pk = k - 1;
+                int px = x;
+                int py = y;
+                if (pk > parent->treeLevels())
                 {
-                    const uint8_t pf = pk == 0 ? parent->leaf(x, y) : parent->node(pk, x, y);
+                    px >>= pk - parent->treeLevels();
+                    py >>= pk - parent->treeLevels();
+                    pk = parent->treeLevels();
+                }
+                parentClass = 0;
+                if (px < parent->levelWidth(pk) && py < parent->levelHeight(pk))
+                {
+                    const uint8_t pf = pk == 0 ? parent->leaf(px, py) : parent->node(pk, px, py);
                     parentClass = pf & BandState::SIGNIFICANT;
                 }
             }

@@ -12,9 +12,11 @@ int planeCount(int bytesPerPixel);
 // negative values reads as signed, a full-range unsigned image as unsigned); interleaved RGB
 // through the reversible colour transform Y = (R + 2G + B) >> 2, Cb = B - G, Cr = R - G.
 // Returns true when 16-bit samples were read as signed.
-bool loadPlanes(const void* pixels, int bytesPerPixel, ImageData<long>& image);
+template <typename T>
+bool loadPlanes(const void* pixels, int bytesPerPixel, ImageData<T>& image);
 
 // Writes the planes back as pixels, clamping every sample to its type's range.
-void storePlanes(const ImageData<long>& image, int bytesPerPixel, bool isSigned, void* pixels);
+template <typename T>
+void storePlanes(const ImageData<T>& image, int bytesPerPixel, bool isSigned, void* pixels);
 
 #endif

@@ -10,6 +10,7 @@
 #include "gwav/Subband.h"
 #include "gwav/Wavelet.h"
 
+#include <algorithm>
 #include <new>
 #include <vector>
 
@@ -67,6 +68,52 @@ void runPasses(Side& side, BandSet& set, int planes, const StreamSettings& setti
     }
 }
 
+// Magnitude of a significant coefficient: its known bits plus a guess at the unknown ones.
+long reconstructed(BandState& state, uint32_t index, const StreamSettings& settings)
+{
+    const int x = int(index % uint32_t(state.width()));
+    const int y = int(index / uint32_t(state.width()));
+    const uint8_t flags = state.leaf(x, y);
+    const int known = flags >> BandState::KNOWN_SHIFT;
+    long value = long(state.magnitude(x, y));
+    if (known > 0)
+    {
+        const int eighths = (flags & BandState::REFINED) ? settings.m_laterOffset : settings.m_firstOffset;
+        value += (long(eighths) << known) >> 4;
+    }
+    return value;
+}
+
+// Places the decoded coefficients (the others are 0), transforms back and writes the pixels.
+template <typename T>
+STREAM_STATUS reconstructImage(BandSet& set, const StreamHeader& header, bool isSigned, const StreamSettings& settings,
+                               unsigned char* out)
+{
+    const int components = planeCount(header.m_bytesPerPixel);
+    ImageData<T> image(components, header.m_columns, header.m_rows);
+    if (!image.valid())
+        return STREAM_NO_MEMORY;
+    for (int c = 0; c < components; ++c)
+        std::fill(image.plane(c), image.plane(c) + size_t(header.m_columns) * size_t(header.m_rows), T(0));
+    for (BandState& state : set.m_states)
+    {
+        const Subband& band = state.band();
+        T* plane = image.plane(band.m_component);
+        for (uint32_t index : state.significant())
+        {
+            const int x = int(index % uint32_t(band.m_width));
+            const int y = int(index / uint32_t(band.m_width));
+            const T value = T(reconstructed(state, index, settings));
+            plane[size_t(band.m_y0 + y * band.m_step) * image.stride() + size_t(band.m_x0 + x * band.m_step)] =
+                (state.leaf(x, y) & BandState::NEGATIVE) ? T(-value) : value;
+        }
+    }
+    Wavelet<T> wavelet(settings.m_maxLevels);
+    wavelet.untransform(&image);
+    storePlanes(image, header.m_bytesPerPixel, isSigned, out);
+    return STREAM_OK;
+}
+
 } // namespace
 
 unsigned long encodeStream(const void* pixels, int parameter, int bytesPerPixel, int columns, int rows,
@@ -83,7 +130,8 @@ unsigned long encodeStream(const void* pixels, int parameter, int bytesPerPixel,
         return 0;
 
     const int components = planeCount(bytesPerPixel);
-    ImageData<long> image(components, columns, rows);
+    // 32-bit planes hold the forward transform of 8 and 16-bit samples (see Filter4_2)
+    ImageData<int> image(components, columns, rows);
     if (!image.valid())
     {
         if (noMemory != nullptr)
@@ -91,12 +139,12 @@ unsigned long encodeStream(const void* pixels, int parameter, int bytesPerPixel,
         return 0;
     }
     const bool isSigned = loadPlanes(pixels, bytesPerPixel, image);
-    Wavelet<long> wavelet(settings.m_maxLevels);
+    Wavelet<int> wavelet(settings.m_maxLevels);
     wavelet.transform(&image);
 
     BandSet set(components, columns, rows, wavelet.levels(), bytesPerPixel);
     int planes = 0;
-    std::vector<long> coefficients;
+    std::vector<int> coefficients;
     for (BandState& state : set.m_states)
     {
         const Subband& band = state.band();
@@ -130,11 +178,6 @@ STREAM_STATUS decodeStream(const unsigned char* stream, size_t size, unsigned ch
     StreamHeader header;
     if (!header.read(stream, size) || out == nullptr)
         return STREAM_INVALID;
-    const int components = planeCount(header.m_bytesPerPixel);
-    ImageData<long> image(components, header.m_columns, header.m_rows);
-    if (!image.valid())
-        return STREAM_NO_MEMORY;
-
     ArithmeticDecoder decoder(stream + StreamHeader::SIZE, size - StreamHeader::SIZE);
     bool isSigned = false;
     if (header.m_bytesPerPixel == 2)
@@ -147,6 +190,7 @@ STREAM_STATUS decodeStream(const unsigned char* stream, size_t size, unsigned ch
     else if (planes > maxPlanes(header.m_bytesPerPixel))
         return STREAM_INVALID;
 
+    const int components = planeCount(header.m_bytesPerPixel);
     const int levels = Wavelet<long>::levels(header.m_columns, header.m_rows, settings.m_maxLevels);
     BandSet set(components, header.m_columns, header.m_rows, levels, header.m_bytesPerPixel);
     for (BandState& state : set.m_states)
@@ -155,30 +199,12 @@ STREAM_STATUS decodeStream(const unsigned char* stream, size_t size, unsigned ch
     DecoderSide side(decoder);
     runPasses(side, set, planes, settings);
 
-    // each coefficient at its known bits plus a guess at the unknown ones
-    std::vector<long> coefficients;
+    // 32-bit planes when the coefficients are small enough for the inverse transform in them
+    long largest = 0;
     for (BandState& state : set.m_states)
-    {
-        const Subband& band = state.band();
-        coefficients.assign(size_t(band.m_width) * size_t(band.m_height), 0);
         for (uint32_t index : state.significant())
-        {
-            const int x = int(index % uint32_t(band.m_width));
-            const int y = int(index / uint32_t(band.m_width));
-            const uint8_t flags = state.leaf(x, y);
-            const int known = flags >> BandState::KNOWN_SHIFT;
-            long value = long(state.magnitude(x, y));
-            if (known > 0)
-            {
-                const int eighths = (flags & BandState::REFINED) ? settings.m_laterOffset : settings.m_firstOffset;
-                value += (long(eighths) << known) >> 3;
-            }
-            coefficients[index] = (flags & BandState::NEGATIVE) ? -value : value;
-        }
-        scatterSubband(image, band, coefficients.data());
-    }
-    Wavelet<long> wavelet(settings.m_maxLevels);
-    wavelet.untransform(&image);
-    storePlanes(image, header.m_bytesPerPixel, isSigned, out);
-    return STREAM_OK;
+            largest = std::max(largest, reconstructed(state, index, settings));
+    if (largest < (1L << 18))
+        return reconstructImage<int>(set, header, isSigned, settings, out);
+    return reconstructImage<long>(set, header, isSigned, settings, out);
 }

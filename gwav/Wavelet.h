@@ -128,14 +128,41 @@ void Wavelet<T>::untransform(ImageData<T>* image)
 template <typename T>
 void Wavelet<T>::rows(T* plane, int step, bool forward)
 {
+    // eight rows at a time, side by side in the buffer, so that the filter works on all eight at
+    // once; the rest one by one in place
     const int count = (m_width - 1) / step + 1;
-    for (int y = 0; y < m_height; y += step)
+    const size_t rowStep = size_t(step) * m_stride;
+    if (m_gathered.size() < size_t(count) * 8)
+        m_gathered.resize(size_t(count) * 8);
+    T* buffer = m_gathered.data();
+    int y = 0;
+    for (; y + 7 * step < m_height; y += 8 * step)
+    {
+        T* first = plane + size_t(y) * m_stride;
+        for (int k = 0; k < 8; ++k)
+        {
+            const T* row = first + k * rowStep;
+            for (int i = 0; i < count; ++i)
+                buffer[i * 8 + k] = row[size_t(i) * step];
+        }
+        if (forward)
+            m_filter.template transformT<8>(buffer, count, 8);
+        else
+            m_filter.template untransformT<8>(buffer, count, 8);
+        for (int k = 0; k < 8; ++k)
+        {
+            T* row = first + k * rowStep;
+            for (int i = 0; i < count; ++i)
+                row[size_t(i) * step] = buffer[i * 8 + k];
+        }
+    }
+    for (; y < m_height; y += step)
     {
         T* row = plane + size_t(y) * m_stride;
         if (forward)
-            m_filter.template transformT<1>(row, count, step, 0);
+            m_filter.template transformT<1>(row, count, step);
         else
-            m_filter.template untransformT<1>(row, count, step, 0);
+            m_filter.template untransformT<1>(row, count, step);
     }
 }
 
@@ -148,9 +175,9 @@ void Wavelet<T>::columnGroup(T* first, int count, int step, bool forward)
     {
         // adjacent columns: each row of the group is one run of memory
         if (forward)
-            m_filter.template transformT<N>(first, count, stride, 1);
+            m_filter.template transformT<N>(first, count, stride);
         else
-            m_filter.template untransformT<N>(first, count, stride, 1);
+            m_filter.template untransformT<N>(first, count, stride);
         return;
     }
     T* buffer = m_gathered.data();
@@ -158,9 +185,9 @@ void Wavelet<T>::columnGroup(T* first, int count, int step, bool forward)
         for (int k = 0; k < N; ++k)
             buffer[i * N + k] = first[i * stride + k * step];
     if (forward)
-        m_filter.template transformT<N>(buffer, count, N, 1);
+        m_filter.template transformT<N>(buffer, count, N);
     else
-        m_filter.template untransformT<N>(buffer, count, N, 1);
+        m_filter.template untransformT<N>(buffer, count, N);
     for (int i = 0; i < count; ++i)
         for (int k = 0; k < N; ++k)
             first[i * stride + k * step] = buffer[i * N + k];
