@@ -63,20 +63,26 @@ void BandState::setSignificant(int x, int y, int p, bool negative, bool decoder)
     const int w = m_band.m_width;
     const int h = m_band.m_height;
     m_significant.push_back(uint32_t(y) * uint32_t(w) + uint32_t(x));
+    // the nodes above: once one is significant, so are all above it
     for (int k = 1; k <= m_treeLevels; ++k)
-        node(k, x >> k, y >> k) |= SIGNIFICANT;
-    for (int ny = y - 1; ny <= y + 1; ++ny)
     {
-        if (ny < 0 || ny >= h)
-            continue;
-        for (int nx = x - 1; nx <= x + 1; ++nx)
+        uint8_t& flags = node(k, x >> k, y >> k);
+        if (flags & SIGNIFICANT)
+            break;
+        flags |= SIGNIFICANT;
+    }
+    const int left = x > 0 ? x - 1 : 0;
+    const int right = x + 1 < w ? x + 1 : w - 1;
+    const int top = y > 0 ? y - 1 : 0;
+    const int bottom = y + 1 < h ? y + 1 : h - 1;
+    for (int ny = top; ny <= bottom; ++ny)
+    {
+        uint8_t* row = &leaf(0, ny);
+        for (int nx = left; nx <= right; ++nx)
         {
-            if (nx < 0 || nx >= w)
-                continue;
-            uint8_t& flags = leaf(nx, ny);
-            if (!(flags & (SIGNIFICANT | CANDIDATE)))
+            if (!(row[nx] & (SIGNIFICANT | CANDIDATE)))
             {
-                flags |= CANDIDATE;
+                row[nx] |= CANDIDATE;
                 m_candidates.push_back(uint32_t(ny) * uint32_t(w) + uint32_t(nx));
             }
         }

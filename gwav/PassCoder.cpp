@@ -1,14 +1,4 @@
 #include "gwav/PassCoder.h"
-#ifdef GWAV_STATS
-#include <cmath>
-double gwavStats[8];
-static void stat(int cat, int bit, const BitModel& m) { double p1 = m.m_one / 65536.0; gwavStats[cat] += -std::log2(bit ? p1 : 1 - p1); }
-#define STAT(c, b, m) stat(c, b, m)
-#define STATN(c) gwavStats[c] += 1
-#else
-#define STAT(c, b, m)
-#define STATN(c)
-#endif
 
 namespace {
 
@@ -177,7 +167,6 @@ bool PassCoder<Side>::visit(BandState& band, BandState* parent, int k, int x, in
             }
             const int levelClass = k >= 3 ? 2 : k - 1;
             BitModel& model = m_node[orientationClass(band)][levelClass][neighbours][parentClass][fresh ? 1 : 0];
-            STAT(0, int(band.bits(k, x, y) > p), model);
             bit = m_side.code(Side::ENCODER ? int(band.bits(k, x, y) > p) : 0, model);
             if (m_side.done())
                 return false;
@@ -265,14 +254,11 @@ bool PassCoder<Side>::codeLeaf(BandState& band, BandState* parent, int x, int y,
             parentClass = (px < parent->width() && py < parent->height()) ? (parent->leaf(px, py) & 1) : 0;
         }
         BitModel& model = m_leaf[oc][hood][parentClass][pass];
-        STAT(1, int((band.magnitude(x, y) >> p) & 1), model);
         const int bit = m_side.code(Side::ENCODER ? int((band.magnitude(x, y) >> p) & 1) : 0, model);
         if (m_side.done() || !bit)
             return false;
     }
     const SignContext sc = signContext(clampUnit(signOf(west) + signOf(east)), clampUnit(signOf(north) + signOf(south)));
-    STAT(2, (((flags & BandState::NEGATIVE) ? 1 : 0) ^ sc.m_flip), m_sign[sc.m_context]);
-    STATN(5);
     const int negative = m_side.code(Side::ENCODER ? (((flags & BandState::NEGATIVE) ? 1 : 0) ^ sc.m_flip) : 0,
                                      m_sign[sc.m_context]) ^
                          sc.m_flip;
@@ -311,8 +297,6 @@ void PassCoder<Side>::refinement(int b, int p)
             hood = any;
         }
         uint32_t& magnitude = band.magnitude(x, y);
-        STAT(3, int((magnitude >> p) & 1), m_refine[oc][hood]);
-        STATN(6);
         const int bit = m_side.code(Side::ENCODER ? int((magnitude >> p) & 1) : 0, m_refine[oc][hood]);
         if (m_side.done())
             return;

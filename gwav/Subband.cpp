@@ -34,7 +34,6 @@ std::vector<Subband> subbandLayout(int components, int width, int height, int le
         ll.m_height = (height - 1) / ll.m_step + 1;
         ll.m_weight = 2 * gain(levels, false) + extra;
         bands.push_back(ll);
-        const size_t first = bands.size();
         for (int level = levels; level >= 1; --level)
         {
             const int step = 1 << (level - 1); // the step the level's filter works at
@@ -59,7 +58,6 @@ std::vector<Subband> subbandLayout(int components, int width, int height, int le
                 bands.push_back(band);
             }
         }
-        (void)first;
     }
     return bands;
 }
