@@ -22,37 +22,34 @@ BandState::BandState(const Subband& band)
 
 bool BandState::allocate(bool encoder)
 {
-    try
+    const size_t w = size_t(m_band.m_width);
+    const size_t h = size_t(m_band.m_height);
+    m_leaves.reset(static_cast<uint8_t*>(calloc((w + 2) * (h + 2), 1)));
+    m_magnitude.reset(new (std::nothrow) uint32_t[w * h]);
+    m_nodeOffset.assign(size_t(m_treeLevels) + 1, 0);
+    size_t nodes = 0;
+    for (int k = 1; k <= m_treeLevels; ++k)
     {
-        const size_t w = size_t(m_band.m_width);
-        const size_t h = size_t(m_band.m_height);
-        m_leaves.assign((w + 2) * (h + 2), 0);
-        m_magnitude.reset(new uint32_t[w * h]);
-        m_nodeOffset.assign(size_t(m_treeLevels) + 1, 0);
-        size_t nodes = 0;
-        for (int k = 1; k <= m_treeLevels; ++k)
-        {
-            m_nodeOffset[k] = nodes;
-            nodes += size_t(m_levelWidth[k] + 2) * size_t(m_levelHeight[k] + 2);
-        }
-        m_nodes.assign(nodes, 0);
-        if (encoder)
-        {
-            m_bitsOffset.assign(size_t(m_treeLevels) + 1, 0);
-            size_t cells = 0;
-            for (int k = 0; k <= m_treeLevels; ++k)
-            {
-                m_bitsOffset[k] = cells;
-                cells += size_t(m_levelWidth[k]) * size_t(m_levelHeight[k]);
-            }
-            m_bits.assign(cells, 0);
-        }
-        return true;
+        m_nodeOffset[k] = nodes;
+        nodes += size_t(m_levelWidth[k] + 2) * size_t(m_levelHeight[k] + 2);
     }
-    catch (const std::bad_alloc&)
-    {
+    m_nodes.reset(static_cast<uint8_t*>(calloc(nodes > 0 ? nodes : 1, 1)));
+    if (!m_leaves || !m_magnitude || !m_nodes)
         return false;
+    if (encoder)
+    {
+        m_bitsOffset.assign(size_t(m_treeLevels) + 1, 0);
+        size_t cells = 0;
+        for (int k = 0; k <= m_treeLevels; ++k)
+        {
+            m_bitsOffset[k] = cells;
+            cells += size_t(m_levelWidth[k]) * size_t(m_levelHeight[k]);
+        }
+        m_bits.reset(new (std::nothrow) uint8_t[cells]);
+        if (!m_bits)
+            return false;
     }
+    return true;
 }
 
 void BandState::setSignificant(int x, int y, int p, bool negative, bool decoder)

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <vector>
 
@@ -32,7 +33,8 @@ public:
     // Empty state for the band (no allocation yet).
     explicit BandState(const Subband& band);
 
-    // Allocates the arrays; the encoder's also hold the bit counts. False when memory is short.
+    // Allocates the arrays (flags zeroed); the encoder's also hold the bit counts. False when
+    // memory is short.
     bool allocate(bool encoder);
     // Encoder: takes the band's coefficients (width x height, row by row) and fills magnitudes,
     // signs and the bit counts of every node. Returns the largest bit count.
@@ -77,9 +79,14 @@ private:
     std::vector<int> m_levelHeight;
     std::vector<size_t> m_nodeOffset;
     std::vector<size_t> m_bitsOffset;
-    std::vector<uint8_t> m_leaves;
-    std::vector<uint8_t> m_nodes;
-    std::vector<uint8_t> m_bits;
+    // zeroed by calloc: pages no decision reaches are never touched
+    struct Free
+    {
+        void operator()(void* p) const { free(p); }
+    };
+    std::unique_ptr<uint8_t[], Free> m_leaves;
+    std::unique_ptr<uint8_t[], Free> m_nodes;
+    std::unique_ptr<uint8_t[]> m_bits; // set by load before it is read
     std::unique_ptr<uint32_t[]> m_magnitude; // set before it is read: loaded, or when significant
     std::vector<uint32_t> m_significant;
     std::vector<uint32_t> m_candidates;
@@ -90,7 +97,7 @@ int BandState::load(const T* coefficients)
 {
     const int w = m_band.m_width;
     const int h = m_band.m_height;
-    uint8_t* bits = &m_bits[0];
+    uint8_t* bits = m_bits.get();
     for (int y = 0; y < h; ++y)
     {
         const T* row = coefficients + size_t(y) * size_t(w);
