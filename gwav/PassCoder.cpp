@@ -97,7 +97,6 @@ template <class Side>
 void PassCoder<Side>::propagation(int b, int p)
 {
     BandState& band = m_bands[b];
-    BandState* parent = parentOf(band);
     const int w = band.width();
     std::vector<uint32_t>& list = band.candidates();
     const uint8_t tested = uint8_t((p + 1) << BandState::KNOWN_SHIFT);
@@ -113,7 +112,7 @@ void PassCoder<Side>::propagation(int b, int p)
             continue;
         if ((flags & 0xF8) != tested)
         {
-            const bool significant = codeLeaf(band, parent, x, y, p, false, 0);
+            const bool significant = codeLeaf(band, x, y, p, false, 0);
             if (m_side.done())
                 return;
             if (significant)
@@ -129,7 +128,7 @@ template <class Side>
 bool PassCoder<Side>::visit(BandState& band, BandState* parent, int k, int x, int y, int p, bool forced, bool fresh)
 {
     if (k == 0)
-        return visitLeaf(band, parent, x, y, p, forced, fresh);
+        return visitLeaf(band, x, y, p, forced, fresh);
     uint8_t& flags = band.node(k, x, y);
     bool newly = false;
     if (!(flags & BandState::SIGNIFICANT))
@@ -215,15 +214,15 @@ bool PassCoder<Side>::visit(BandState& band, BandState* parent, int k, int x, in
 }
 
 template <class Side>
-bool PassCoder<Side>::visitLeaf(BandState& band, BandState* parent, int x, int y, int p, bool forced, bool fresh)
+bool PassCoder<Side>::visitLeaf(BandState& band, int x, int y, int p, bool forced, bool fresh)
 {
     if (band.leaf(x, y) & BandState::SIGNIFICANT)
         return true;
-    return codeLeaf(band, parent, x, y, p, forced, fresh ? 2 : 1);
+    return codeLeaf(band, x, y, p, forced, fresh ? 2 : 1);
 }
 
 template <class Side>
-bool PassCoder<Side>::codeLeaf(BandState& band, BandState* parent, int x, int y, int p, bool forced, int pass)
+bool PassCoder<Side>::codeLeaf(BandState& band, int x, int y, int p, bool forced, int pass)
 {
     uint8_t& flags = band.leaf(x, y);
     const size_t pw = band.paddedWidth(0);
@@ -246,14 +245,7 @@ bool PassCoder<Side>::codeLeaf(BandState& band, BandState* parent, int x, int y,
             hood = neighbourhoodMajor(v, h, d);
         else
             hood = neighbourhoodMajor(h, v, d);
-        int parentClass = 2;
-        if (parent != nullptr)
-        {
-            const int px = x >> 1;
-            const int py = y >> 1;
-            parentClass = (px < parent->width() && py < parent->height()) ? (parent->leaf(px, py) & 1) : 0;
-        }
-        BitModel& model = m_leaf[oc][hood][parentClass][pass];
+        BitModel& model = m_leaf[oc][hood][pass];
         const int bit = m_side.code(Side::ENCODER ? int((band.magnitude(x, y) >> p) & 1) : 0, model);
         if (m_side.done() || !bit)
             return false;

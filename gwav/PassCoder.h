@@ -68,9 +68,9 @@ public:
 private:
     // Visits node (x, y) of level k; returns whether it is significant at plane p.
     bool visit(BandState& band, BandState* parent, int k, int x, int y, int p, bool forced, bool fresh);
-    bool visitLeaf(BandState& band, BandState* parent, int x, int y, int p, bool forced, bool fresh);
+    bool visitLeaf(BandState& band, int x, int y, int p, bool forced, bool fresh);
     // Codes the significance of leaf (x, y) (unless forced) and its sign; true when significant.
-    bool codeLeaf(BandState& band, BandState* parent, int x, int y, int p, bool forced, int pass);
+    bool codeLeaf(BandState& band, int x, int y, int p, bool forced, int pass);
     BandState* parentOf(BandState& band) { return band.band().m_parent >= 0 ? &m_bands[band.band().m_parent] : nullptr; }
     int orientationClass(const BandState& band) const;
 
@@ -78,7 +78,7 @@ private:
     std::vector<BandState>& m_bands;
 
     BitModel m_node[3][3][3][3][2]; // orientation class, level class, neighbours, parent, fresh parent node
-    BitModel m_leaf[3][9][3][3]; // orientation class, neighbourhood, parent, pass (propagation, cleanup, fresh node)
+    BitModel m_leaf[3][9][3];    // orientation class, neighbourhood, pass (propagation, cleanup, fresh node)
     BitModel m_sign[5];
     BitModel m_refine[3][3];     // orientation class, neighbourhood / later refinement
 };
