@@ -63,6 +63,11 @@ public:
     // Inverse filter of N adjacent lines at once, in place (see transformT).
     template <int N>
     void untransformT(T* line, int count, std::ptrdiff_t stride);
+    // Forward filter of a contiguous line, in place, through its even and odd samples taken
+    // apart so that every step runs along memory. Same results as transformInner.
+    void transformRow(T* line, int count);
+    // Inverse filter of a contiguous line, in place (see transformRow).
+    void untransformRow(T* line, int count);
 
     // The rounded divisions and scalings, as written: truncating division of the value moved
     // half a divisor away from zero.
@@ -82,6 +87,14 @@ private:
 
     // Index of sample i of a line of n >= 2 samples under whole-sample symmetric extension.
     static int mirror(int i, int n);
+    // Splits line into m_even (from index 1, with the mirrored neighbours the prediction reads
+    // around it) and m_odd; returns the even samples' array.
+    W* split(const T* line, int count);
+    // The predictions of the odd samples from the split even ones, subtracted (sign -1) or added.
+    void predictSplit(int count, int sign);
+
+    std::vector<W> m_even;
+    std::vector<W> m_odd;
     // The line buffer of the copying forms, with room for count samples and the spare ones.
     T* lineBuffer(int count);
 
@@ -139,6 +152,85 @@ void Filter4_2<T>::untransformInner(T* x, int n)
     x[n + 2] = x[n - 4];
     for (i = 1; i < n; i += 2)
         x[i] = T(x[i] + r16(9 * (W(x[i - 1]) + W(x[i + 1])) - (W(x[i - 3]) + W(x[i + 3]))));
+}
+
+template <typename T>
+typename Filter4_2<T>::W* Filter4_2<T>::split(const T* x, int n)
+{
+    const int evens = (n + 1) / 2;
+    if (m_even.size() < size_t(evens) + 3)
+    {
+        m_even.resize(size_t(evens) + 3);
+        m_odd.resize(size_t(evens) + 3);
+    }
+    W* e = m_even.data() + 1;
+    W* o = m_odd.data();
+    for (int j = 0; j < evens; ++j)
+        e[j] = x[2 * j];
+    for (int j = 0; j < n / 2; ++j)
+        o[j] = x[2 * j + 1];
+    return e;
+}
+
+template <typename T>
+void Filter4_2<T>::predictSplit(int n, int sign)
+{
+    W* e = m_even.data() + 1;
+    W* o = m_odd.data();
+    const int evens = (n + 1) / 2;
+    // the even samples the predictions read beyond the line: x[-2], x[2 evens], x[2 evens + 2]
+    e[-1] = e[mirror(-2, n) / 2];
+    e[evens] = e[mirror(2 * evens, n) / 2];
+    e[evens + 1] = e[mirror(2 * evens + 2, n) / 2];
+    const int odds = n / 2;
+    if (sign < 0)
+        for (int j = 0; j < odds; ++j)
+            o[j] -= s16(9 * (e[j] + e[j + 1]) - (e[j - 1] + e[j + 2]));
+    else
+        for (int j = 0; j < odds; ++j)
+            o[j] += s16(9 * (e[j] + e[j + 1]) - (e[j - 1] + e[j + 2]));
+}
+
+template <typename T>
+void Filter4_2<T>::transformRow(T* x, int n)
+{
+    if (n < 2)
+        return;
+    W* e = split(x, n);
+    W* o = m_odd.data();
+    predictSplit(n, -1);
+    const int evens = (n + 1) / 2;
+    const int odds = n / 2;
+    e[0] = sUp(e[0] + s2(o[0]));
+    for (int j = 1; j < odds; ++j)
+        e[j] = sUp(e[j] + s4(o[j - 1] + o[j]));
+    if (evens > odds && evens >= 2)
+        e[evens - 1] = sUp(e[evens - 1] + s2(o[evens - 2]));
+    for (int j = 0; j < evens; ++j)
+        x[2 * j] = T(e[j]);
+    for (int j = 0; j < odds; ++j)
+        x[2 * j + 1] = T(o[j]);
+}
+
+template <typename T>
+void Filter4_2<T>::untransformRow(T* x, int n)
+{
+    if (n < 2)
+        return;
+    W* e = split(x, n);
+    W* o = m_odd.data();
+    const int evens = (n + 1) / 2;
+    const int odds = n / 2;
+    e[0] = down(e[0]) - s2(o[0]);
+    for (int j = 1; j < odds; ++j)
+        e[j] = down(e[j]) - s4(o[j - 1] + o[j]);
+    if (evens > odds && evens >= 2)
+        e[evens - 1] = down(e[evens - 1]) - s2(o[evens - 2]);
+    predictSplit(n, 1);
+    for (int j = 0; j < evens; ++j)
+        x[2 * j] = T(e[j]);
+    for (int j = 0; j < odds; ++j)
+        x[2 * j + 1] = T(o[j]);
 }
 
 template <typename T>

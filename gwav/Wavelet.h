@@ -128,9 +128,21 @@ void Wavelet<T>::untransform(ImageData<T>* image)
 template <typename T>
 void Wavelet<T>::rows(T* plane, int step, bool forward)
 {
+    const int count = (m_width - 1) / step + 1;
+    if (step == 1)
+    {
+        // whole rows: each through its even and odd samples apart
+        for (int y = 0; y < m_height; ++y)
+        {
+            if (forward)
+                m_filter.transformRow(plane + size_t(y) * m_stride, count);
+            else
+                m_filter.untransformRow(plane + size_t(y) * m_stride, count);
+        }
+        return;
+    }
     // eight rows at a time, side by side in the buffer, so that the filter works on all eight at
     // once; the rest one by one in place
-    const int count = (m_width - 1) / step + 1;
     const size_t rowStep = size_t(step) * m_stride;
     if (m_gathered.size() < size_t(count) * 8)
         m_gathered.resize(size_t(count) * 8);

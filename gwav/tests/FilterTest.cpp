@@ -114,6 +114,11 @@ void checkAllForms(long amplitude)
         PaddedLine<T> inner(expected);
         filter.untransformInner(inner.line(), n);
         EXPECT_EQ(original, inner.values()) << "inner n " << n;
+        std::vector<T> row = original;
+        filter.transformRow(row.data(), n);
+        EXPECT_EQ(expected, row) << "row n " << n;
+        filter.untransformRow(row.data(), n);
+        EXPECT_EQ(original, row) << "row n " << n;
         for (int i = 0; i < n; ++i)
         {
             ASSERT_EQ(original[size_t(i)], strided[size_t(i) * 3]) << "copy n " << n;
@@ -126,6 +131,7 @@ void checkAllForms(long amplitude)
 TEST(Filter4_2Test, EveryFormInvertsExactlyAndMatchesThePlainSteps)
 {
     checkAllForms<long>(70000);
+    checkAllForms<int>(70000);
     checkAllForms<short>(255);
 }
 
