@@ -12,9 +12,14 @@
 // filters every row at a multiple of s over its samples at multiples of s, then every column at
 // a multiple of s likewise; the result stays interleaved in the plane (the low-pass band of
 // level l at multiples of 2s). The number of levels starts at the maximum (5 by default) and
-// decreases while 2^L exceeds half the width or half the height. Columns are filtered several
-// at a time, gathered into a buffer when they are not adjacent; the results equal those of the
-// plain line filter. A stop flag, checked between planes and levels, ends the work early.
+// decreases while 2^L exceeds half the width or half the height. A stop flag, checked between
+// planes and levels, ends the work early.
+//
+// The work is done level by level on compact copies: after level l the samples at multiples of
+// 2s are gathered into a buffer a quarter the size, where the next level's rows and columns are
+// adjacent, and are put back when the levels below are done. Rows are filtered through their
+// even and odd samples apart, columns eight at a time; the results equal those of the plain line
+// filter.
 template <typename T>
 class Wavelet
 {
@@ -49,10 +54,10 @@ public:
 
 private:
     void takeLayout(const ImageData<T>& image);
-    void rows(T* plane, int step, bool forward);
-    void columns(T* plane, int step, bool forward);
-    template <int N>
-    void columnGroup(T* first, int count, int step, bool forward);
+    // Levels `first` to `last` - 1 of a width x height array (rows stride apart), forward or back.
+    void run(T* samples, int width, int height, size_t stride, int first, int last, bool forward);
+    void rows(T* samples, int width, int height, size_t stride, bool forward);
+    void columns(T* samples, int width, int height, size_t stride, bool forward);
 
     int m_planes;
     int m_width;
@@ -61,7 +66,7 @@ private:
     std::atomic<bool> m_stop;
     int m_maxLevels;
     Filter4_2<T> m_filter;
-    std::vector<T> m_gathered; // columns of one group, side by side
+    std::vector<std::vector<T>> m_compact; // the low-pass samples of each level, compact
 };
 
 template <typename T>
@@ -89,17 +94,10 @@ void Wavelet<T>::transform(ImageData<T>* image)
         return;
     takeLayout(*image);
     const int count = levels();
-    const int larger = m_width > m_height ? m_width : m_height;
-    for (int p = 0; p < m_planes; ++p)
-    {
-        for (int level = 0; level < count && (1 << level) < larger; ++level)
-        {
-            if (m_stop)
-                return;
-            rows(image->plane(p), 1 << level, true);
-            columns(image->plane(p), 1 << level, true);
-        }
-    }
+    if (m_compact.size() < size_t(count))
+        m_compact.resize(size_t(count)); // before the levels hold references into it
+    for (int p = 0; p < m_planes && !m_stop; ++p)
+        run(image->plane(p), m_width, m_height, m_stride, 0, count, true);
 }
 
 template <typename T>
@@ -109,118 +107,81 @@ void Wavelet<T>::untransform(ImageData<T>* image)
         return;
     takeLayout(*image);
     const int count = levels();
-    const int larger = m_width > m_height ? m_width : m_height;
-    for (int p = 0; p < m_planes; ++p)
-    {
-        int top = 0;
-        while (top < count && (1 << top) < larger)
-            ++top;
-        for (int level = top - 1; level >= 0; --level)
-        {
-            if (m_stop)
-                return;
-            columns(image->plane(p), 1 << level, false);
-            rows(image->plane(p), 1 << level, false);
-        }
-    }
+    if (m_compact.size() < size_t(count))
+        m_compact.resize(size_t(count)); // before the levels hold references into it
+    for (int p = 0; p < m_planes && !m_stop; ++p)
+        run(image->plane(p), m_width, m_height, m_stride, 0, count, false);
 }
 
 template <typename T>
-void Wavelet<T>::rows(T* plane, int step, bool forward)
+void Wavelet<T>::run(T* samples, int width, int height, size_t stride, int first, int last, bool forward)
 {
-    const int count = (m_width - 1) / step + 1;
-    if (step == 1)
-    {
-        // whole rows: each through its even and odd samples apart
-        for (int y = 0; y < m_height; ++y)
-        {
-            if (forward)
-                m_filter.transformRow(plane + size_t(y) * m_stride, count);
-            else
-                m_filter.untransformRow(plane + size_t(y) * m_stride, count);
-        }
+    if (first >= last)
         return;
-    }
-    // eight rows at a time, side by side in the buffer, so that the filter works on all eight at
-    // once; the rest one by one in place
-    const size_t rowStep = size_t(step) * m_stride;
-    if (m_gathered.size() < size_t(count) * 8)
-        m_gathered.resize(size_t(count) * 8);
-    T* buffer = m_gathered.data();
-    int y = 0;
-    for (; y + 7 * step < m_height; y += 8 * step)
-    {
-        T* first = plane + size_t(y) * m_stride;
-        for (int k = 0; k < 8; ++k)
-        {
-            const T* row = first + k * rowStep;
-            for (int i = 0; i < count; ++i)
-                buffer[i * 8 + k] = row[size_t(i) * step];
-        }
-        if (forward)
-            m_filter.template transformT<8>(buffer, count, 8);
-        else
-            m_filter.template untransformT<8>(buffer, count, 8);
-        for (int k = 0; k < 8; ++k)
-        {
-            T* row = first + k * rowStep;
-            for (int i = 0; i < count; ++i)
-                row[size_t(i) * step] = buffer[i * 8 + k];
-        }
-    }
-    for (; y < m_height; y += step)
-    {
-        T* row = plane + size_t(y) * m_stride;
-        if (forward)
-            m_filter.template transformT<1>(row, count, step);
-        else
-            m_filter.template untransformT<1>(row, count, step);
-    }
-}
-
-template <typename T>
-template <int N>
-void Wavelet<T>::columnGroup(T* first, int count, int step, bool forward)
-{
-    const std::ptrdiff_t stride = std::ptrdiff_t(step) * std::ptrdiff_t(m_stride);
-    if (step == 1)
-    {
-        // adjacent columns: each row of the group is one run of memory
-        if (forward)
-            m_filter.template transformT<N>(first, count, stride);
-        else
-            m_filter.template untransformT<N>(first, count, stride);
-        return;
-    }
-    T* buffer = m_gathered.data();
-    for (int i = 0; i < count; ++i)
-        for (int k = 0; k < N; ++k)
-            buffer[i * N + k] = first[i * stride + k * step];
     if (forward)
-        m_filter.template transformT<N>(buffer, count, N);
-    else
-        m_filter.template untransformT<N>(buffer, count, N);
-    for (int i = 0; i < count; ++i)
-        for (int k = 0; k < N; ++k)
-            first[i * stride + k * step] = buffer[i * N + k];
+    {
+        if (m_stop)
+            return;
+        rows(samples, width, height, stride, true);
+        columns(samples, width, height, stride, true);
+    }
+    if (first + 1 < last)
+    {
+        // the low-pass samples, at even rows and columns, compact for the next level
+        const int w = (width + 1) / 2;
+        const int h = (height + 1) / 2;
+        std::vector<T>& compact = m_compact[size_t(first)];
+        compact.resize(size_t(w) * size_t(h));
+        for (int y = 0; y < h; ++y)
+        {
+            const T* from = samples + size_t(2 * y) * stride;
+            T* to = compact.data() + size_t(y) * size_t(w);
+            for (int x = 0; x < w; ++x)
+                to[x] = from[2 * x];
+        }
+        run(compact.data(), w, h, size_t(w), first + 1, last, forward);
+        for (int y = 0; y < h; ++y)
+        {
+            T* to = samples + size_t(2 * y) * stride;
+            const T* from = compact.data() + size_t(y) * size_t(w);
+            for (int x = 0; x < w; ++x)
+                to[2 * x] = from[x];
+        }
+    }
+    if (!forward && !m_stop)
+    {
+        columns(samples, width, height, stride, false);
+        rows(samples, width, height, stride, false);
+    }
 }
 
 template <typename T>
-void Wavelet<T>::columns(T* plane, int step, bool forward)
+void Wavelet<T>::rows(T* samples, int width, int height, size_t stride, bool forward)
 {
-    const int count = (m_height - 1) / step + 1;
-    const int lines = (m_width - 1) / step + 1;
-    if (step > 1 && m_gathered.size() < size_t(count) * 8)
-        m_gathered.resize(size_t(count) * 8);
+    for (int y = 0; y < height; ++y)
+    {
+        if (forward)
+            m_filter.transformRow(samples + size_t(y) * stride, width);
+        else
+            m_filter.untransformRow(samples + size_t(y) * stride, width);
+    }
+}
+
+template <typename T>
+void Wavelet<T>::columns(T* samples, int width, int height, size_t stride, bool forward)
+{
+    // adjacent columns in groups: each row of a group is one run of memory
+    const std::ptrdiff_t s = std::ptrdiff_t(stride);
     int x = 0;
-    for (; x + 8 <= lines; x += 8)
-        columnGroup<8>(plane + size_t(x) * step, count, step, forward);
-    for (; x + 4 <= lines; x += 4)
-        columnGroup<4>(plane + size_t(x) * step, count, step, forward);
-    for (; x + 2 <= lines; x += 2)
-        columnGroup<2>(plane + size_t(x) * step, count, step, forward);
-    for (; x < lines; ++x)
-        columnGroup<1>(plane + size_t(x) * step, count, step, forward);
+    for (; x + 8 <= width; x += 8)
+        forward ? m_filter.template transformT<8>(samples + x, height, s)
+                : m_filter.template untransformT<8>(samples + x, height, s);
+    for (; x + 4 <= width; x += 4)
+        forward ? m_filter.template transformT<4>(samples + x, height, s)
+                : m_filter.template untransformT<4>(samples + x, height, s);
+    for (; x < width; ++x)
+        forward ? m_filter.template transformT<1>(samples + x, height, s)
+                : m_filter.template untransformT<1>(samples + x, height, s);
 }
 
 #endif
