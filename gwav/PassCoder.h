@@ -77,10 +77,13 @@ private:
     Side& m_side;
     std::vector<BandState>& m_bands;
 
-    BitModel m_node[3][3][3][3][2]; // orientation class, level class, neighbours, parent, fresh parent node
-    BitModel m_leaf[3][9][3];    // orientation class, neighbourhood, pass (propagation, cleanup, fresh node)
+    // orientation class, quadtree level, significant neighbours, coarser band, fresh parent node
+    BitModel m_node[3][3][3][3][2];
+    // orientation class, neighbourhood, pass (propagation, cleanup, cleanup under a fresh node)
+    BitModel m_leaf[3][9][3];
     BitModel m_sign[5];
-    BitModel m_refine[3][3];     // orientation class, neighbourhood / later refinement
+    // orientation class; first refinement without and with significant neighbours, later ones
+    BitModel m_refine[3][3];
 };
 
 extern template class PassCoder<EncoderSide>;

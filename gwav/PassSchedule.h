@@ -26,7 +26,8 @@ struct CodingPass
 // in a band of synthesis gain g is worth about g 2^p in the image, so passes go by decreasing
 // p + log2 g (1/16 bit steps); the propagation and refinement passes of a plane count
 // propagationOffset/16 and refinementOffset/16 of a plane more than its cleanup pass (both
-// between 0 and 15). Ties keep coarse bands first.
+// between -15 and 15, so that a plane's passes follow the cleanup of the plane above). Ties
+// keep coarse bands first.
 std::vector<CodingPass> passSchedule(const std::vector<Subband>& bands, int planes, int propagationOffset,
                                      int refinementOffset);
 

@@ -40,6 +40,8 @@ struct BandSet
     std::vector<Subband> m_bands;
     std::vector<BandState> m_states;
 
+    BandSet(const BandSet&) = delete;
+    BandSet& operator=(const BandSet&) = delete;
     BandSet(int components, int columns, int rows, int levels, int bytesPerPixel)
         : m_bands(subbandLayout(components, columns, rows, levels, componentWeights(bytesPerPixel)))
     {

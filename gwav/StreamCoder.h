@@ -8,11 +8,11 @@
 // values exist for experiments and give streams of their own.
 struct StreamSettings
 {
-    int m_maxLevels = 8;        // wavelet levels at most (10 at most: see Filter4_2)
+    int m_maxLevels = 8;         // wavelet levels at most (10 at most: see Filter4_2)
     int m_propagationOffset = 8; // propagation passes ahead of their cleanup pass, 1/16 plane
     int m_refinementOffset = 0;  // refinement passes ahead of their cleanup pass, 1/16 plane
-    int m_firstOffset = 7;      // reconstruction inside a first interval, sixteenths of it
-    int m_laterOffset = 7;      // reconstruction inside later intervals, sixteenths
+    int m_firstOffset = 7;       // reconstruction inside a first interval, sixteenths of it
+    int m_laterOffset = 7;       // reconstruction inside later intervals, sixteenths
 };
 
 // Outcome of decoding.
