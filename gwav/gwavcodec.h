@@ -5,14 +5,18 @@
 // parameter, bytes 6-7 columns and 8-9 rows, unsigned 16-bit little endian) and the coded
 // data from byte 10. The data is embedded: the encoder, told its budget, stops and flushes inside
 // it, and every prefix of a stream decodes to the best image that prefix can give, the quality
-// growing with its length. With a budget large enough the stream is lossless. The same image
-// always gives the same bytes.
+// growing with its length (a single byte may move a few estimates the wrong way; a prefix twice
+// as long is never worse). A stream shorter than its budget is complete, lossless; whatever
+// follows it in a buffer is ignored by the decoder. The same image always gives the same bytes.
 //
 // Samples: 1 byte per pixel is an 8-bit grey level; 2 bytes a 16-bit sample in the machine's byte
 // order (read as signed or unsigned, whichever spans the smaller range; the decoder gives the
 // samples back the same way); 3 bytes interleaved 8-bit RGB. The image parameter is stored and
-// returned, never interpreted by the codec. The transform runs on 64-bit planes
-// (Wavelet<long>) for every sample size: 16-bit samples overflow 16-bit planes.
+// returned, never interpreted by the codec. The transform never runs on 16-bit planes, which
+// 16-bit samples overflow: the encoder uses 32-bit planes (Wavelet<int>; up to eight levels of
+// 16-bit samples stay below 2^24, see Filter4_2), the decoder 32-bit planes when every decoded
+// coefficient is below 2^18 and 64-bit planes (Wavelet<long>) otherwise, so that no stream,
+// however damaged, overflows them.
 //
 // Errors are reported through the DICOM toolkit's dcmdata logger and the call's result; no
 // exception leaves these calls.
