@@ -4,7 +4,7 @@
 // Decoding the same bytes twice must give the same image.
 #include "fuzz/FuzzSupport.h"
 
-#include "gwav/gwavcodec.h"
+#include "gwav/gwav.h"
 
 #include <cstring>
 #include <vector>

@@ -6,7 +6,7 @@
 #include "privatetags/KQDictionary.h"
 #include "privatetags/KQItem.h"
 #include "dcmutils/KqRWriter.h"
-#include "gwav/gwavcodec.h"
+#include "gwav/gwav.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcpixseq.h"

@@ -6,7 +6,7 @@
 #include "gwav/DicomFrame.h"
 #include "gwav/RasterImage.h"
 #include "gwav/StreamHeader.h"
-#include "gwav/gwavcodec.h"
+#include "gwav/gwav.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcrledrg.h"

@@ -11,7 +11,7 @@
 #include "gwav/DicomFrame.h"
 #include "gwav/RasterImage.h"
 #include "gwav/Wavelet.h"
-#include "gwav/gwavcodec.h"
+#include "gwav/gwav.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,6 +1,6 @@
 // The codec's entry points: header, lossless round trips, budgets, embedded prefixes, damaged
 // streams, and the quality of 4096-byte dumps of real images.
-#include "gwav/gwavcodec.h"
+#include "gwav/gwav.h"
 
 #include "tests/fixtures/Fixtures.h"
 

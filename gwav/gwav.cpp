@@ -1,4 +1,4 @@
-#include "gwav/gwavcodec.h"
+#include "gwav/gwav.h"
 
 #include "gwav/StreamCoder.h"
 #include "gwav/StreamHeader.h"
