@@ -78,7 +78,7 @@ public:
     J2K_PlanarConfiguration m_planarConfiguration;
     // Quality layers to decode, 0: all.
     unsigned int m_qualityLayers;
-    // OpenJPEG worker threads, 0: the calling thread only.
+    // OpenJPEG worker threads; 0: one per core the process may use (none on one core).
     unsigned int m_threads;
     // Truncated or damaged codestreams fail instead of giving a partial image.
     bool m_strictDecoding;

@@ -105,8 +105,7 @@ OFCondition D2CodestreamDecoder::decode(const Uint8* data, size_t length, const 
     if (!opj_setup_decoder(run.codec, &parameters) ||
         !opj_decoder_set_strict_mode(run.codec, m_cp.m_strictDecoding ? OPJ_TRUE : OPJ_FALSE))
         return messages.condition(EC_CODE_J2KDecodingFailed, "JPEG 2000 decoding failed", "cannot set up decoder");
-    if (m_cp.m_threads > 0)
-        opj_codec_set_threads(run.codec, int(m_cp.m_threads));
+    run.setThreads(m_cp.m_threads);
 
     if (!opj_read_header(input.stream(), run.codec, &run.image) || run.image == NULL)
         return messages.condition(EC_CODE_J2KDecodingFailed, "JPEG 2000 decoding failed", "cannot read codestream header");

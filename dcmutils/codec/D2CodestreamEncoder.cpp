@@ -208,8 +208,7 @@ OFCondition runEncoder(const D2CodecParameter& cp, D2OpenJPEGRun& run, opj_cpara
     const char* options[3] = {guardBits, cp.m_tlmMarkers ? "TLM=YES" : NULL, NULL};
     if (!opj_encoder_set_extra_options(run.codec, options))
         return messages.condition(EC_CODE_J2KEncodingFailed, "JPEG 2000 encoding failed", "invalid encoder options");
-    if (cp.m_threads > 0)
-        opj_codec_set_threads(run.codec, int(cp.m_threads));
+    run.setThreads(cp.m_threads);
 
     D2MemoryStream output;
     if (output.stream() == NULL)

@@ -86,3 +86,17 @@ TEST(ProgramOptions, HelpVersionLoggerOptionsAndUsageErrors)
         }
     }
 }
+
+// gwav keeps its commands' own command lines and DCMTK's "E: " messages, with the same version
+// lines and one-line refusals of the logger options.
+TEST(ProgramOptions, GwavSharesVersionAndLoggerOptions)
+{
+    const std::regex version(std::string("gwav \\(KQ archive\\) ") + KQ_VERSION + "\nDCMTK " +
+                             OFFIS_DCMTK_VERSION_STRING + "\nOpenJPEG [0-9.]+\n(libpng [0-9.]+\n)?");
+    fixtures::RunResult r = runProgram("gwav", {"--version"});
+    EXPECT_EQ(0, r.status);
+    EXPECT_TRUE(std::regex_match(r.out, version)) << r.out;
+    r = runProgram("gwav", {"info", "-ll", "loud", "x.gwav"});
+    EXPECT_EQ(1, r.status);
+    EXPECT_EQ("E: invalid log level loud, expected fatal, error, warn, info, debug or trace\n", r.err);
+}

@@ -80,7 +80,7 @@ bool ProgramOptions::parse(int argc, char* argv[], int& exitStatus)
             return false;
         }
     }
-    const std::string loggerError = loggerOptionError();
+    const std::string loggerError = loggerOptionRefusal(m_commandLine, m_level, m_logConfig);
     if (!loggerError.empty())
     {
         exitStatus = usageError(loggerError);
@@ -120,19 +120,25 @@ std::string ProgramOptions::parseError(OFCommandLine::E_ParseStatus status, int 
     }
 }
 
-std::string ProgramOptions::loggerOptionError()
+std::string ProgramOptions::loggerOptionRefusal(OFCommandLine& cmd)
 {
-    OFCommandLine& cmd = m_commandLine;
+    int level = 0;
+    bool logConfig = false;
+    return loggerOptionRefusal(cmd, level, logConfig);
+}
+
+std::string ProgramOptions::loggerOptionRefusal(OFCommandLine& cmd, int& level, bool& logConfig)
+{
     // as DCMTK reads them: the last of -d, -v and -q counts
-    m_level = OFLogger::WARN_LOG_LEVEL;
+    level = OFLogger::WARN_LOG_LEVEL;
     bool levelOption = false;
     cmd.beginOptionBlock();
     if (cmd.findOption("--debug"))
-        m_level = OFLogger::DEBUG_LOG_LEVEL, levelOption = true;
+        level = OFLogger::DEBUG_LOG_LEVEL, levelOption = true;
     if (cmd.findOption("--verbose"))
-        m_level = OFLogger::INFO_LOG_LEVEL, levelOption = true;
+        level = OFLogger::INFO_LOG_LEVEL, levelOption = true;
     if (cmd.findOption("--quiet"))
-        m_level = OFLogger::FATAL_LOG_LEVEL, levelOption = true;
+        level = OFLogger::FATAL_LOG_LEVEL, levelOption = true;
     cmd.endOptionBlock();
     const bool logLevel = cmd.findOption("--log-level");
     if (logLevel)
@@ -141,13 +147,13 @@ std::string ProgramOptions::loggerOptionError()
             return "--log-level not allowed with --verbose, --debug or --quiet";
         const char* value = NULL;
         cmd.getValue(value);
-        const dcmtk::log4cplus::LogLevel level = dcmtk::log4cplus::getLogLevelManager().fromString(value);
-        if (level == dcmtk::log4cplus::NOT_SET_LOG_LEVEL)
+        const dcmtk::log4cplus::LogLevel given = dcmtk::log4cplus::getLogLevelManager().fromString(value);
+        if (given == dcmtk::log4cplus::NOT_SET_LOG_LEVEL)
             return std::string("invalid log level ") + value + ", expected fatal, error, warn, info, debug or trace";
-        m_level = level;
+        level = given;
     }
-    m_logConfig = cmd.findOption("--log-config");
-    if (m_logConfig)
+    logConfig = cmd.findOption("--log-config");
+    if (logConfig)
     {
         if (logLevel)
             return "--log-config not allowed with --log-level";
@@ -220,9 +226,14 @@ void ProgramOptions::printHelp(FILE* stream)
 
 void ProgramOptions::printVersion() const
 {
-    printf("%s (KQ archive) %s\n", m_name.c_str(), KQ_VERSION);
+    printVersion(m_name, m_versionLines);
+}
+
+void ProgramOptions::printVersion(const std::string& name, const std::vector<std::string>& moreLines)
+{
+    printf("%s (KQ archive) %s\n", name.c_str(), KQ_VERSION);
     printf("DCMTK %s\n", OFFIS_DCMTK_VERSION_STRING);
     printf("OpenJPEG %s\n", opj_version());
-    for (const std::string& line : m_versionLines)
+    for (const std::string& line : moreLines)
         printf("%s\n", line.c_str());
 }

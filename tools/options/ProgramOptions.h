@@ -72,6 +72,16 @@ public:
     /// Writes the version lines (what --version shows) to standard output.
     void printVersion() const;
 
+    /// Writes the version lines of program name to standard output: the project's version,
+    /// DCMTK's, OpenJPEG's, then moreLines; for programs that keep their own command line.
+    static void printVersion(const std::string& name, const std::vector<std::string>& moreLines);
+
+    /// What DCMTK's OFLog::configureFromCommandLine would refuse, with a multi-line message and
+    /// exit status 1, in the logger options of the parsed command line cmd (-q, -v, -d, -ll,
+    /// -lc): one line of text, or empty when it accepts them. For programs that keep their own
+    /// command line.
+    static std::string loggerOptionRefusal(OFCommandLine& cmd);
+
     /// The program name.
     const char* name() const { return m_name.c_str(); }
 
@@ -81,9 +91,9 @@ private:
 
     // One line for a parse status of DCMTK's command line; argv to name options as typed.
     std::string parseError(OFCommandLine::E_ParseStatus status, int argc, char* argv[]);
-    // Reads the level the logger options ask for; returns what DCMTK's OFLog would refuse with
-    // a multi-line message, or an empty text when it accepts them.
-    std::string loggerOptionError();
+    // loggerOptionRefusal; level gets the level asked for (DCMTK's log4cplus level, warn
+    // without an option), logConfig whether -lc is given.
+    static std::string loggerOptionRefusal(OFCommandLine& cmd, int& level, bool& logConfig);
     // True when the program's own messages of this level show.
     bool shows(OFLogger::LogLevel level) const;
 
