@@ -1,5 +1,6 @@
 #include "dcmutils/codec/CodecRegistry.h"
 
+#include "dcmutils/codec/CheckedJPEGDecoder.h"
 #include "dcmutils/codec/CheckedRLEDecoder.h"
 #include "dcmutils/codec/D2JPEG2000Library.h"
 #include "dcmutils/codec/D2RepresentationParameter.h"
@@ -39,8 +40,10 @@ CodecRegistry::CodecRegistry()
     DJEncoderRegistration::registerCodecs(ECC_lossyRGB, EUC_never, OFTrue, 0, 0, 0, OFTrue, ESS_444, OFFalse, OFFalse,
                                           0, 0, 0.0, 0.0, 0, 0, 0, 0, OFTrue, OFFalse, OFFalse, OFFalse, OFTrue);
 
-    DJDecoderRegistration::registerCodecs(EDC_photometricInterpretation, EUC_default, EPC_default, OFFalse, OFFalse,
-                                          OFFalse);
+    // DCMTK's JPEG decoders with these parameters (EDC_photometricInterpretation, EUC_default,
+    // EPC_default, no workarounds), behind a check of each frame's first fragment: a TEM marker
+    // there would keep them scanning for ever
+    CheckedJPEGDecoderRegistration::registerCodecs();
 
     // JPEG-LS too: without it a JPEG-LS object could be neither compared nor transcoded.
     DJLSDecoderRegistration::registerCodecs();
@@ -49,7 +52,7 @@ CodecRegistry::CodecRegistry()
 CodecRegistry::~CodecRegistry()
 {
     DJEncoderRegistration::cleanup();
-    DJDecoderRegistration::cleanup();
+    CheckedJPEGDecoderRegistration::cleanup();
     DJLSDecoderRegistration::cleanup();
     O2EncoderRegistration::cleanup();
     O2DecoderRegistration::cleanup();
