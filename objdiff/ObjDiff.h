@@ -14,6 +14,7 @@
 #include <ostream>
 
 class CodecRegistry;
+class MemoryBlock;
 
 // 0: attributes with a binary comparison of the pixel data; any other value: attributes
 // without pixel data, then a comparison of the decoded frames.
@@ -41,6 +42,17 @@ public:
 
     bool comparePixelDataElement(DcmPixelData* first, DcmPixelData* second);
     bool comparePixelSequence(DcmPixelSequence* first, DcmPixelSequence* second);
+    /** Compares two decoded frames: lossless, byte for byte; lossy, by the peak-error measure
+     *  (over 16-bit samples when wide, else bytes), equal above 40. Blocks are borrowed. */
+    bool compareMemoryBlocks(MemoryBlock* first, MemoryBlock* second, bool lossless, bool wide);
+    /** Compares two image dump files (DumpImage) by size and peak-error measure; false when
+     *  they differ or either cannot be read. */
+    bool compareDumps(const char* file1, const char* file2);
+
+    /** True once an operation failed for a reason other than a difference (a file that cannot
+     *  be read, pixel data that cannot be decoded, a dump that cannot be written or read), so
+     *  that a caller can tell "different" from "could not compare". */
+    bool hadTrouble() const { return m_trouble; }
 
     bool verbose;
 
@@ -55,13 +67,24 @@ public:
 
 private:
     bool isIgnored(const DcmTagKey& key) const;
-    // compareOBOW, naming the attribute when only the bytes differ.
+    // The error stream, after noting that the comparison could not be carried out.
+    std::ostream& trouble();
+    // Both forms of compareObjects; inPlace: the datasets are the comparator's own and may be
+    // changed by the image pipeline (else it works on copies).
+    bool compareLoaded(DcmDataset* first, DcmDataset* second, OC_MODE mode, bool inPlace);
+    bool dumpLoaded(DcmDataset* dataset, const char* prefix, bool inPlace);
+    // The image dumps of dumpObject, one per frame.
+    bool dumpImages(DcmDataset* dataset, const char* prefix, bool inPlace);
+    // The decoded frames of both datasets, which the image pipeline changes.
     bool compareFrames(DcmDataset* first, DcmDataset* second, bool lossless);
+    // Decoders for the image pipeline, registered on first need.
+    void registerCodecs();
 
     IgnoreTags& m_ignore;
     CodecRegistry* m_registry;
     std::ostream* m_out;
     std::ostream* m_err;
+    bool m_trouble;
 };
 
 #endif

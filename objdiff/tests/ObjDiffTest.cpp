@@ -318,12 +318,13 @@ TEST(ObjectComparator, ModeZeroComparesStoredPixelData)
     EXPECT_FALSE(c.equal);
     EXPECT_EQ(c.output.err, "");
 
-    // any other mode leaves the pixel data to the frame comparison
+    // any other mode leaves the pixel data to the frame comparison; objects made in memory
+    // have no transfer syntax of their own, so the peak-error rule lets one grey level pass
     c = compareDatasets(dataset(a), dataset(b), true, OC_MODE_FRAMES);
-    EXPECT_FALSE(c.equal);
+    EXPECT_TRUE(c.equal);
     EXPECT_NE(c.output.out.find("DEBUG: skipping binary compare for pixel data\n"), std::string::npos);
     EXPECT_EQ(c.output.out.find("BINARY (7fe0,0010)"), std::string::npos);
-    EXPECT_EQ(c.output.err, "Frame comparison is not available\n");
+    EXPECT_EQ(c.output.err, "");
 
     // an attribute difference ends a frame comparison before the frames
     dataset(b).putAndInsertString(DCM_PatientID, "X");
@@ -370,7 +371,8 @@ TEST(ObjectComparator, LossyPairIgnoresLossyAttributes)
     ASSERT_TRUE(fileB.loadFile(dir.file("b").c_str()).good());
     IgnoreTags losslessRules;
     c = compareDatasets(*fileA.getDataset(), *fileB.getDataset(), losslessRules, false, OC_MODE_FRAMES);
-    EXPECT_EQ(c.output.err, "Frame comparison is not available\n");
+    EXPECT_TRUE(c.equal);
+    EXPECT_EQ(c.output.out + c.output.err, "");
     compareDatasets(*lossy.getDataset(), dataset(plain), losslessRules, false, OC_MODE_BINARY);
     EXPECT_TRUE(losslessRules.tags.empty());
 }
@@ -523,7 +525,7 @@ TEST(ObjectComparator, KqRAppliedBeforeComparing)
     EXPECT_EQ(fixtures::readFile(objectPath), before);
 }
 
-TEST(ObjectComparator, DumpPrintsAttributesButNoImages)
+TEST(ObjectComparator, DumpPrintsAttributes)
 {
     fixtures::TempDir dir;
     const std::string objectPath = dir.file("IM1");
@@ -533,11 +535,10 @@ TEST(ObjectComparator, DumpPrintsAttributesButNoImages)
     ObjectComparator comparator(rules);
     bool r = true;
     Captured c = capture([&] { r = comparator.dumpObject(objectPath.c_str(), NULL, dir.file("dump").c_str()); });
-    EXPECT_FALSE(r);
+    EXPECT_TRUE(r);
     EXPECT_NE(c.out.find("(0010,0010) PN [Test^Patient]"), std::string::npos) << c.out;
     EXPECT_NE(c.out.find("(0008,0060) CS [OT]"), std::string::npos);
     EXPECT_EQ(c.out.find("(0010,0020)"), std::string::npos);
     EXPECT_EQ(c.out.find("(7fe0,0010)"), std::string::npos);
-    EXPECT_EQ(c.err, "Image dumps are not available\n");
-    EXPECT_TRUE(fixtures::listDir(dir.path()) == std::vector<std::string>{"IM1"});
+    EXPECT_EQ(c.err, "");
 }

@@ -1,0 +1,10 @@
+#include "objdiff/ObjDiffRawImage.h"
+
+ObjDiffRawImage::ObjDiffRawImage(CImageProcess* process, int frameNumber)
+  : CRawImage(process, frameNumber)
+{
+}
+
+void ObjDiffRawImage::optimizeBitmap()
+{
+}
