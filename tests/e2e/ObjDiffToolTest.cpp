@@ -74,6 +74,13 @@ TEST(ObjDiffTool, BadArguments)
         {{o.a, o.b, "-m"}, "objdiff: option -m needs an argument\n"},
         {{"-m", "2", o.a, o.b}, "objdiff: invalid mode \"2\" (0 or 1 expected)\n"},
         {{"-m", "binary", o.a, o.b}, "objdiff: invalid mode \"binary\" (0 or 1 expected)\n"},
+        {{"-w", o.dir.file("d")}, "objdiff: one DICOM file expected\n"},
+        {{"-w", o.dir.file("d"), o.a, o.b}, "objdiff: unexpected argument: " + o.b + "\n"},
+        {{"-w", o.dir.file("d"), "-m", "1", o.a}, "objdiff: option -m cannot be used with -w\n"},
+        {{"-K", o.kqr, "-w", o.dir.file("d"), o.a}, "objdiff: option -K cannot be used with -w\n"},
+        {{"-c", o.a}, "objdiff: two dump files expected\n"},
+        {{"-c", "-w", o.dir.file("d"), o.a, o.b}, "objdiff: -c takes no other option than -v\n"},
+        {{"-c", "-k", o.kqr, o.a, o.b}, "objdiff: -c takes no other option than -v\n"},
     };
     for (const Case& c : cases)
     {
@@ -178,4 +185,66 @@ TEST(ObjDiffTool, CorpusFilesEqualThemselves)
     fixtures::RunResult r = objdiff({fixtures::corpusFile("CT_small.dcm"), fixtures::corpusFile("MR_small.dcm")});
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("! (0008,0060): CT != MR\n"), std::string::npos);
+}
+
+TEST(ObjDiffTool, DecodedFramesAndDumps)
+{
+    Objects o;
+    // a copy whose samples differ: equal as stored attributes, different as frames
+    const std::string changed = o.dir.file("changed.dcm");
+    {
+        DcmFileFormat file;
+        ASSERT_TRUE(file.loadFile(o.a.c_str()).good());
+        Uint16* pixels = NULL;
+        DcmElement* element = NULL;
+        ASSERT_TRUE(file.getDataset()->findAndGetElement(DCM_PixelData, element).good());
+        ASSERT_TRUE(element->getUint16Array(pixels).good());
+        pixels[3] ^= 0x100;
+        ASSERT_TRUE(file.saveFile(changed.c_str(), EXS_LittleEndianExplicit).good());
+    }
+    fixtures::RunResult r = objdiff({"-m", "1", o.a, changed});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "! Pixel Data differs\n");
+    EXPECT_EQ(r.err, "! Image frame 1 differs\n");
+
+    // undecodable pixel data is trouble, not a difference
+    const std::string broken = o.dir.file("broken.dcm");
+    {
+        DcmFileFormat file;
+        ASSERT_TRUE(file.loadFile(o.a.c_str()).good());
+        file.getDataset()->putAndInsertUint16(DCM_BitsAllocated, 12);
+        ASSERT_TRUE(file.saveFile(broken.c_str(), EXS_LittleEndianExplicit).good());
+    }
+    fixtures::writeFile(o.dir.file("bits"), "(0028,0100)\n");
+    r = objdiff({"-m", "1", "-i", o.dir.file("bits"), o.a, broken});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find("Error processing second DICOM object\n"), std::string::npos) << r.err;
+
+    // dumps: compared by size and measure
+    std::string iconA = "ICON", iconB;
+    for (uint32_t value : {4u, 4u, 1u})
+        iconA.append(reinterpret_cast<const char*>(&value), 4);
+    iconB = iconA;
+    for (int i = 0; i < 16; ++i)
+    {
+        iconA += char(i * 16);
+        iconB += char(i < 8 ? 255 : i * 16);
+    }
+    fixtures::writeFile(o.dir.file("a.icon"), iconA);
+    fixtures::writeFile(o.dir.file("b.icon"), iconB);
+    r = objdiff({"-c", o.dir.file("a.icon"), o.dir.file("a.icon")});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out + r.err, "");
+    r = objdiff({"-c", o.dir.file("a.icon"), o.dir.file("b.icon")});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out + r.err, "");
+    r = objdiff({"-c", o.dir.file("a.icon"), o.a});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err, "Unknown image format.\nError reading image dump " + o.a + "\n");
+
+    // dumps go nowhere that cannot be written
+    r = objdiff({"-w", o.dir.file("none/dump"), o.a});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err, "objdiff: cannot write image dumps in " + o.dir.file("none") + "\n");
 }
