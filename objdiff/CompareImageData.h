@@ -16,27 +16,37 @@ const double LOSSY_EQUALITY_THRESHOLD = 40.0;
 template <typename T>
 double compareImageData(const T* first, const T* second, unsigned int count)
 {
-    long double sum = 0.0L;
+    // Differences below 256 have eighth powers below 2^64: their sum is kept exactly in 128
+    // bits (branch-free, several times faster than long double steps); larger ones, from
+    // 16-bit samples only, go to the long double sum.
+    unsigned __int128 exact = 0;
+    long double large = 0.0L;
     T largest = 0;
     for (unsigned int i = 0; i < count; ++i)
     {
-        const T a = first[i];
-        const T b = second[i];
+        const unsigned int a = first[i];
+        const unsigned int b = second[i];
         if (a > largest)
-            largest = a;
-        if (a != b)
+            largest = static_cast<T>(a);
+        const unsigned int d = a > b ? a - b : b - a;
+        if (d < 256)
         {
-            const long double d = a > b ? a - b : b - a;
-            const long double d2 = d * d;
+            const unsigned int d4 = d * d * d * d; // at most 255^4 < 2^32
+            exact += static_cast<unsigned long long>(d4) * d4;
+        }
+        else
+        {
+            const long double d2 = static_cast<long double>(d) * d;
             const long double d4 = d2 * d2;
-            sum += d4 * d4;
+            large += d4 * d4;
         }
     }
-    const double maximum = static_cast<double>(largest);
+    const long double sum = static_cast<long double>(exact) + large;
     // identical samples are equal even when the image is all zero (0 / 0 otherwise)
     if (count > 0 && sum == 0.0L)
         return std::numeric_limits<double>::infinity();
-    const long double m2 = static_cast<long double>(maximum) * maximum;
+    const long double maximum = static_cast<double>(largest);
+    const long double m2 = maximum * maximum;
     const long double m4 = m2 * m2;
     const long double ratio = (sum / count) / (m4 * m4);
     return static_cast<double>(std::log(ratio) * -10.0L / 2.302585092994046L);
