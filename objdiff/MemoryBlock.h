@@ -29,6 +29,8 @@ public:
 private:
     char* m_data;
     unsigned int m_length;
+    /// Bytes mapped from the system for a large frame (0: m_data came from new[]).
+    unsigned long m_mapped;
 
     MemoryBlock(const MemoryBlock&);
     MemoryBlock& operator=(const MemoryBlock&);
