@@ -125,6 +125,8 @@ bool TemporaryDirectory::replace(const std::string& name, const std::string& bas
         return true;
     }
     // file systems that cannot exchange, and objects gone meanwhile: a plain rename
+    if (errno != EINVAL && errno != ENOENT)
+        return false;
     return renameat(m_fd, name.c_str(), m_directoryFd, baseName.c_str()) == 0;
 }
 

@@ -24,25 +24,16 @@ DateTimeConverter::DateTimeConverter(DcmDataset* dataset)
   : m_dataset(dataset)
   , m_offsetFound(false)
   , m_stopped(false)
-  , m_timeZoneSet(false)
 {
     const char* tz = getenv("TZ");
     if (tz)
-    {
         m_timeZone = tz;
-        m_timeZoneSet = true;
-    }
 }
 
 DateTimeConverter::~DateTimeConverter()
 {
-    if (m_timeZoneSet)
-    {
-        setenv("TZ", m_timeZone.c_str(), 1);
-        tzset();
-    }
-    else
-        setTimeZone("");
+    // an empty record, TZ unset or empty, removes TZ
+    setTimeZone(m_timeZone.c_str());
 }
 
 bool DateTimeConverter::collectTimes(DcmItem* item, OFFSET_TAG_ACTION action)

@@ -28,7 +28,8 @@ enum OFFSET_TAG_ACTION
 class DateTimeConverter
 {
 public:
-    // The dataset is not owned. The process's TZ is recorded here and put back on destruction.
+    // The dataset is not owned. The process's TZ is recorded here and put back on destruction;
+    // a TZ unset or empty at construction is removed again.
     explicit DateTimeConverter(DcmDataset* dataset);
     virtual ~DateTimeConverter();
     DateTimeConverter(const DateTimeConverter&) = delete;
@@ -54,8 +55,8 @@ public:
 protected:
     // Forgets what an earlier collection found.
     void resetCollection();
-    // The zone string of a DICOM offset, or the process's own zone (as recorded at
-    // construction) when the offset gives none.
+    // The zone string of a DICOM offset, or the TZ recorded at construction when the offset
+    // gives none.
     std::string zoneOfOffset(const std::string& offset) const;
 
     DcmDataset* m_dataset;
@@ -65,9 +66,6 @@ protected:
     std::string m_timeZone;
     bool m_offsetFound;
     bool m_stopped;
-
-private:
-    bool m_timeZoneSet; // TZ was set at construction (possibly to "")
 };
 
 } // namespace kqtz

@@ -1,6 +1,8 @@
 // Brings the dates and times of a dataset to the UTC offset of a target object.
 #include "datetime/OffsetAdjustedDataset.h"
 
+#include "datetime/dtconv.h"
+
 #include "dcmtk/dcmdata/dcdeftag.h"
 
 namespace kqtz {
@@ -29,8 +31,11 @@ bool OffsetAdjustedDataset::adjust(const std::string& targetOffset)
     if (m_offset == targetOffset)
         return true;
 
-    const std::string fromZone = zoneOfOffset(m_offset);
-    const std::string toZone = zoneOfOffset(targetOffset);
+    // An offset that gives no zone leaves the zone string empty: the machine's own zone.
+    std::string fromZone;
+    std::string toZone;
+    dicomOffsetToTimeZone(m_offset, fromZone);
+    dicomOffsetToTimeZone(targetOffset, toZone);
     if (!m_dateTimes.convertOffsets(fromZone.c_str(), toZone.c_str(), nullptr))
         return false;
     if (!m_timestamps.convertOffsets(fromZone.c_str(), toZone.c_str(), nullptr))
@@ -39,8 +44,7 @@ bool OffsetAdjustedDataset::adjust(const std::string& targetOffset)
     m_offset = targetOffset;
     if (!targetOffset.empty())
         return m_dataset->putAndInsertString(DCM_TimezoneOffsetFromUTC, targetOffset.c_str(), OFTrue).good();
-    const OFCondition cond = m_dataset->findAndDeleteElement(DCM_TimezoneOffsetFromUTC, OFFalse, OFFalse);
-    return cond.good() || cond == EC_TagNotFound;
+    return m_dataset->findAndDeleteElement(DCM_TimezoneOffsetFromUTC, OFFalse, OFFalse).good();
 }
 
 } // namespace kqtz

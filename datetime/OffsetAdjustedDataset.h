@@ -13,11 +13,13 @@ public:
     explicit OffsetAdjustedDataset(DcmDataset* changes);
 
     // Adjusts to the target's Timezone Offset From UTC (0008,0201), top level only; a target
-    // without one stands for local time.
+    // without one stands for the machine's own zone (TZ unset).
     bool adjust(DcmDataset& target);
-    // Adjusts to a DICOM offset ("" for local time): converts the values when the dataset's
-    // own offset differs, then records the new offset in (0008,0201) of the dataset, or
-    // removes it for local time. The dataset's values are collected on the first call.
+    // Adjusts to a DICOM offset ("" or an invalid one: the machine's own zone). The dataset's
+    // values are collected on the first call; when its own offset differs they are converted,
+    // then the new offset is recorded in (0008,0201) of the dataset, or (0008,0201) is deleted
+    // from its top level for "". Returns false when collecting, converting, or that write or
+    // deletion fails (an offset found only inside a sequence item cannot be deleted).
     bool adjust(const std::string& targetOffset);
 
 private:

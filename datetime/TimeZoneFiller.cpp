@@ -20,7 +20,8 @@ bool TimeZoneFiller::fillTimeZone()
     resetCollection();
     if (!collectTimes(m_dataset, OTA_STOP_AT_OFFSET))
         return false;
-    if (m_offsetFound)
+    // the walk stops only at a (0008,0201) of the dataset itself
+    if (m_stopped)
         return true;
     if (!m_dateTimes.calcUTCOffset(m_utcOffset, m_utcSeconds))
         return false;

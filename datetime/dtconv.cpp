@@ -15,7 +15,7 @@ namespace kqtz {
 namespace {
 
 // What happened to one moment.
-enum ShiftResult
+enum SHIFT_RESULT
 {
     SHIFT_CONVERTED,
     SHIFT_UNCHANGED,
@@ -30,14 +30,12 @@ bool allDigits(const std::string& text)
     return true;
 }
 
-// A parsed time of day with the precision it was written in (1 = HH, 2 = HHMM, 3 = HHMMSS)
-// and its fractional part (from the first "."), kept as text.
+// A parsed time of day and its fractional part (from the first "."), kept as text.
 struct TimeOfDay
 {
     int hour = 0;
     int minute = 0;
     int second = 0;
-    int precision = 0;
     std::string fraction;
 };
 
@@ -74,25 +72,13 @@ bool parseTime(const std::string& text, TimeOfDay& time)
     time.hour = int(parsed.getHour());
     time.minute = int(parsed.getMinute());
     time.second = int(parsed.getIntSecond());
-    time.precision = int(digits / 2);
     time.fraction = (dot == std::string::npos) ? std::string() : text.substr(dot);
     return true;
 }
 
-// The precision needed to write a moment without losing a non-zero part finer than the
-// original one (a whole-hour time shifted by half an hour gains its minutes).
-int neededPrecision(const tm& moment, int precision)
-{
-    if (moment.tm_sec != 0)
-        return 3;
-    if (moment.tm_min != 0 && precision < 2)
-        return 2;
-    return precision;
-}
-
 // Converts a wall-clock moment from one zone to another. See convert() for the meaning of
 // the arguments; fails only when the result cannot be broken down.
-ShiftResult shiftMoment(tm& moment, const char* fromZone, const char* toZone, const long* shiftSeconds)
+SHIFT_RESULT shiftMoment(tm& moment, const char* fromZone, const char* toZone, const long* shiftSeconds)
 {
     moment.tm_isdst = -1;
     if (fromZone)
@@ -111,7 +97,7 @@ ShiftResult shiftMoment(tm& moment, const char* fromZone, const char* toZone, co
             return SHIFT_UNCHANGED;
         if (!toZone)
         {
-            // Move the moment to the fixed offset: the UTC instant plus the shift, as wall time.
+            // UTC plus the shift as wall time: a breakdown in the zone is an hour off across a DST change.
             const time_t shifted = calendar + *shiftSeconds;
             if (!gmtime_r(&shifted, &result))
                 return SHIFT_FAILED;
@@ -126,40 +112,35 @@ ShiftResult shiftMoment(tm& moment, const char* fromZone, const char* toZone, co
     return SHIFT_CONVERTED;
 }
 
-// Years that fit the four digits of DA and DT values.
-bool printableYear(const tm& moment)
-{
-    return moment.tm_year + 1900 >= 1 && moment.tm_year + 1900 <= 9999;
-}
-
-std::string formatMoment(const char* format, const tm& moment, size_t length)
+std::string formatMoment(const char* format, const tm& moment)
 {
     char buffer[16];
     const size_t written = strftime(buffer, sizeof(buffer), format, &moment);
-    return std::string(buffer, written < length ? written : length);
+    return std::string(buffer, written);
 }
 
-// Splits a DT value into its digits, its fraction (with the ".") and its offset suffix.
-bool splitDateTime(const std::string& text, std::string& digits, std::string& fraction, std::string& suffix)
+// Parses a DT value with DCMTK's parser (which fills a missing month, day, hour, minute or
+// second) and finds its fraction (from the first ".") and its offset suffix ("+HHMM"/"-HHMM").
+bool parseDateTime(const std::string& text, tm& moment, std::string& fraction, std::string& suffix)
 {
+    OFDateTime parsed;
+    if (text.empty() || DcmDateTime::getOFDateTimeFromString(OFString(text.c_str()), parsed).bad())
+        return false;
     std::string rest = text;
     if (rest.size() > 5 && (rest[rest.size() - 5] == '+' || rest[rest.size() - 5] == '-'))
     {
         suffix = rest.substr(rest.size() - 5);
         rest.erase(rest.size() - 5);
-        double hours = 0;
-        if (!allDigits(suffix.substr(1)) || DcmTime::getTimeZoneFromString(OFString(suffix.c_str()), hours).bad())
-            return false;
     }
     const size_t dot = rest.find('.');
-    digits = rest.substr(0, dot);
-    if (dot != std::string::npos)
-    {
-        fraction = rest.substr(dot);
-        if (fraction.size() < 2 || fraction.size() > 7 || !allDigits(fraction.substr(1)) || digits.size() != 14)
-            return false;
-    }
-    return allDigits(digits) && digits.size() >= 4 && digits.size() <= 14 && digits.size() % 2 == 0;
+    fraction = (dot == std::string::npos) ? std::string() : rest.substr(dot);
+    moment.tm_year = int(parsed.getDate().getYear()) - 1900;
+    moment.tm_mon = int(parsed.getDate().getMonth()) - 1;
+    moment.tm_mday = int(parsed.getDate().getDay());
+    moment.tm_hour = int(parsed.getTime().getHour());
+    moment.tm_min = int(parsed.getTime().getMinute());
+    moment.tm_sec = int(parsed.getTime().getIntSecond());
+    return true;
 }
 
 } // namespace
@@ -247,17 +228,16 @@ bool convert(DcmDate& date, DcmTime& time, const char* fromZone, const char* toZ
             moment.tm_hour = parsed.hour;
             moment.tm_min = parsed.minute;
             moment.tm_sec = parsed.second;
-            const ShiftResult result = shiftMoment(moment, fromZone, toZone, shiftSeconds);
+            const SHIFT_RESULT result = shiftMoment(moment, fromZone, toZone, shiftSeconds);
             if (result == SHIFT_FAILED)
             {
                 std::cerr << "Shifting time failed" << std::endl;
                 return false;
             }
-            if (result == SHIFT_CONVERTED && printableYear(moment))
+            if (result == SHIFT_CONVERTED)
             {
-                newDate = formatMoment("%4Y%m%d", moment, 8);
-                newTime = formatMoment("%H%M%S", moment, 2 * size_t(neededPrecision(moment, parsed.precision)));
-                newTime += parsed.fraction;
+                newDate = formatMoment("%4Y%m%d", moment);
+                newTime = formatMoment("%H%M%S", moment) + parsed.fraction;
             }
         }
         if (newDate != dateText.c_str() || newTime != timeText.c_str())
@@ -300,38 +280,26 @@ bool convert(DcmDateTime& dateTime, const char* fromZone, const char* toZone, co
         dateTime.getOFString(text, pos, OFTrue);
         std::string newValue = text.c_str();
 
-        std::string digits;
         std::string fraction;
         std::string suffix;
         tm moment;
         memset(&moment, 0, sizeof(moment));
-        TimeOfDay parsed;
-        // Only values down to the hour at least carry a moment that a zone can move.
-        if (splitDateTime(newValue, digits, fraction, suffix) && digits.size() >= 10 &&
-            parseDate(digits.substr(0, 8), moment) && parseTime(digits.substr(8) + fraction, parsed) &&
-            !(shiftSeconds && !suffix.empty()))
+        // The shift form leaves a value with its own offset as it is.
+        if (parseDateTime(newValue, moment, fraction, suffix) && !(shiftSeconds && !suffix.empty()))
         {
-            moment.tm_hour = parsed.hour;
-            moment.tm_min = parsed.minute;
-            moment.tm_sec = parsed.second;
             // A value with its own offset is converted from that offset.
             std::string ownZone;
             const char* from = fromZone;
             if (!suffix.empty() && dicomOffsetToTimeZone(suffix, ownZone))
                 from = ownZone.c_str();
-            const ShiftResult result = shiftMoment(moment, from, toZone, shiftSeconds);
+            const SHIFT_RESULT result = shiftMoment(moment, from, toZone, shiftSeconds);
             if (result == SHIFT_FAILED)
             {
                 std::cerr << "Converting to local time failed (" << strerror(errno) << ")" << std::endl;
                 return false;
             }
-            if (result == SHIFT_CONVERTED && printableYear(moment))
-            {
-                const size_t length = 8 + 2 * size_t(neededPrecision(moment, parsed.precision));
-                newValue = formatMoment("%4Y%m%d%H%M%S", moment, length) + parsed.fraction;
-                if (!suffix.empty())
-                    newValue += secondsToDicomOffset(moment.tm_gmtoff);
-            }
+            if (result == SHIFT_CONVERTED)
+                newValue = formatMoment("%4Y%m%d%H%M%S", moment) + fraction;
         }
         if (newValue != text.c_str())
             changed = true;
@@ -345,7 +313,7 @@ bool convert(DcmDateTime& dateTime, const char* fromZone, const char* toZone, co
     OFCondition cond = dateTime.putOFStringArray(OFString(values.c_str()));
     if (cond.bad())
     {
-        std::cerr << "Adjusting date time failed (" << cond.text() << ")" << std::endl;
+        std::cerr << "Converting to local time failed (" << cond.text() << ")" << std::endl;
         return false;
     }
     return true;

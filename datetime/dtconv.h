@@ -34,14 +34,18 @@ bool nowInUTCOffset(const std::string& offset, tm& out);
 // Converts every value position of a date and its time from one zone to another (null: stay
 // in the current zone). With shiftSeconds, values whose zone offset already equals the shift
 // are kept, and without a to-zone the others are moved to that fixed offset. Positions that
-// do not parse are kept unchanged, and so is a pair whose value multiplicities differ. The
-// fractional seconds of a time are kept, and so is its precision unless the conversion makes
-// a finer part non-zero. False when a moment cannot be broken down or a value not written.
+// do not parse are kept unchanged, and so is a pair whose value multiplicities differ.
+// Converted values are written in full, "YYYYMMDD" and "HHMMSS" followed by the fraction of
+// the original time. The process zone is left at the to-zone (or from-zone) afterwards.
+// Returns false when a moment cannot be broken down or a value not written (with a message
+// on standard error); true otherwise, also when nothing was converted.
 bool convert(DcmDate& date, DcmTime& time, const char* fromZone, const char* toZone,
              const long* shiftSeconds = nullptr);
 
-// The same for a DT element. A value with its own offset suffix is converted from that offset
-// and gets the offset of the to-zone as its new suffix; values without an hour are kept.
+// The same for a DT element. Values are read by DCMTK's DT parser, which takes missing parts
+// as the start of the period ("20200101" is midnight), and written in full,
+// "YYYYMMDDHHMMSS" and the original fraction. A value with its own offset suffix is converted
+// from that offset and written without one.
 bool convert(DcmDateTime& dateTime, const char* fromZone, const char* toZone, const long* shiftSeconds = nullptr);
 
 } // namespace kqtz

@@ -41,6 +41,21 @@ offile_off_t DescriptorConsumer::write(const void* buf, offile_off_t buflen)
         return 0;
     const char* data = OFstatic_cast(const char*, buf);
     offile_off_t done = 0;
+    if (m_used == 0 && OFstatic_cast(size_t, buflen) >= m_buffer.size())
+    {
+        // a long value goes to the descriptor straight from where it is
+        while (m_status.good() && done < buflen)
+        {
+            const ssize_t n = ::write(m_fd, data + done, OFstatic_cast(size_t, buflen - done));
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0)
+                m_status = makeOFCondition(OFM_dcmdata, 19, OF_error, strerror(n < 0 ? errno : ENOSPC));
+            else
+                done += n;
+        }
+        return done;
+    }
     while (done < buflen)
     {
         if (m_used == m_buffer.size())

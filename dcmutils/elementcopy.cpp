@@ -80,8 +80,7 @@ void copyElementToItem(DcmElement* e, DcmItem* item, bool replaceOld)
         passSequenceElement(OFstatic_cast(DcmSequenceOfItems*, e), item);
         return;
     }
-    // The tag carries the private creator and the VR the element was read or made with, so
-    // private elements unknown to the dictionary keep their representation.
+    // The source's VR, not the dictionary's: an unknown private creator would make the value unreadable.
     DcmElement* copy = NULL;
     if (DcmItem::newDicomElementWithVR(copy, e->getTag()).bad() || copy == NULL)
         return;

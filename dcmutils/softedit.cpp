@@ -34,7 +34,7 @@ OFCondition copyItemElements(DcmDataset& target, DcmItem& changeItem, KQItem* kq
     {
         if (kq && kq->isObjectOurPrivateElement(obj, nestedElement))
         {
-            // a damaged KqR file can carry the nested change sequence's tag with another VR
+            // A damaged KqR file may carry this tag with another VR, which must not be read as a sequence.
             if (obj->ident() != EVR_SQ)
                 return EC_CorruptedData;
             nested = OFstatic_cast(DcmSequenceOfItems*, obj);

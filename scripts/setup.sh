@@ -5,7 +5,7 @@ KQ_PACKAGES=(
   build-essential cmake ninja-build pkg-config
   libdcmtk-dev dcmtk libopenjp2-7-dev libopenjp2-tools
   libgtest-dev libgmock-dev libbenchmark-dev
-  python3-pydicom python3-numpy libgdcm-tools dicom3tools
+  python3-pydicom python3-numpy libgdcm-tools dicom3tools strace parallel
 )
 # Only the fuzz step (scripts/fuzz.sh) needs these: clang with its libFuzzer and sanitizer runtimes.
 KQ_FUZZ_PACKAGES=(clang libclang-rt-14-dev)

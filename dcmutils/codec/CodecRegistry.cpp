@@ -39,7 +39,7 @@ CodecRegistry::CodecRegistry()
     DJDecoderRegistration::registerCodecs(EDC_photometricInterpretation, EUC_default, EPC_default, OFFalse, OFFalse,
                                           OFFalse);
 
-    // JPEG-LS objects must decode too
+    // JPEG-LS too: without it a JPEG-LS object could be neither compared nor transcoded.
     DJLSDecoderRegistration::registerCodecs();
 }
 

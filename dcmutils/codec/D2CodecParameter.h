@@ -16,75 +16,75 @@ class D2CodecParameter : public DcmCodecParameter
 public:
     D2CodecParameter();
     D2CodecParameter(const D2CodecParameter& arg);
-    virtual ~D2CodecParameter();
+    ~D2CodecParameter() override;
 
-    virtual DcmCodecParameter* clone() const;
-    virtual const char* className() const;
+    DcmCodecParameter* clone() const override;
+    const char* className() const override;
 
     // ---- encoding ----
 
     // Rates (fractions of the uncompressed size) of quality layers below the final one; the
     // final layer has the representation parameter's rate. Empty: a single layer.
-    std::vector<double> layerRates;
+    std::vector<double> m_layerRates;
     // Tile size and tile grid origin; a width or height of 0 gives one tile for the image.
-    unsigned int tileWidth;
-    unsigned int tileHeight;
-    unsigned int tileOriginX;
-    unsigned int tileOriginY;
+    unsigned int m_tileWidth;
+    unsigned int m_tileHeight;
+    unsigned int m_tileOriginX;
+    unsigned int m_tileOriginY;
     // Upper bounds in bytes of one component and of the whole codestream; 0: none.
-    unsigned int maxComponentSize;
-    unsigned int maxCodestreamSize;
+    unsigned int m_maxComponentSize;
+    unsigned int m_maxCodestreamSize;
     // Code-block and precinct sizes as powers of two (code-blocks 2..10, precincts up to 15;
     // 15 gives the standard's default precincts).
-    unsigned char codeBlockWidthExponent;
-    unsigned char codeBlockHeightExponent;
-    unsigned char precinctWidthExponent;
-    unsigned char precinctHeightExponent;
+    unsigned char m_codeBlockWidthExponent;
+    unsigned char m_codeBlockHeightExponent;
+    unsigned char m_precinctWidthExponent;
+    unsigned char m_precinctHeightExponent;
     // Code-block coding mode switches.
-    bool selectiveBypass;
-    bool resetContexts;
-    bool terminateEachPass;
-    bool verticallyCausal;
-    bool predictableTermination;
-    bool segmentationSymbols;
-    J2K_Progression progression;
+    bool m_selectiveBypass;
+    bool m_resetContexts;
+    bool m_terminateEachPass;
+    bool m_verticallyCausal;
+    bool m_predictableTermination;
+    bool m_segmentationSymbols;
+    J2K_Progression m_progression;
     // Resolution levels (decomposition levels + 1), reduced for small images; guard bits 0..7.
-    unsigned char resolutions;
-    unsigned char guardBits;
+    unsigned char m_resolutions;
+    unsigned char m_guardBits;
     // Start of packet and end of packet header markers, tile-part length markers.
-    bool sopMarkers;
-    bool ephMarkers;
-    bool tlmMarkers;
+    bool m_sopMarkers;
+    bool m_ephMarkers;
+    bool m_tlmMarkers;
     // RGB images are coded through the multiple-component transform (YBR_RCT lossless,
     // YBR_ICT lossy).
-    bool colorTransform;
+    bool m_colorTransform;
     // Lossy coding uses the irreversible 9-7 wavelet; otherwise the reversible 5-3.
-    bool irreversibleLossy;
-    J2K_CompressionBitDepth bitDepthMode;
-    unsigned int bitDepth;
+    bool m_irreversibleLossy;
+    J2K_CompressionBitDepth m_bitDepthMode;
+    unsigned int m_bitDepth;
     // Maximum fragment size in kbytes, 0: one fragment per frame.
-    unsigned int fragmentSize;
-    bool createOffsetTable;
-    J2K_UIDCreation encoderUIDCreation;
-    bool convertToSC;
+    unsigned int m_fragmentSize;
+    bool m_createOffsetTable;
+    J2K_UIDCreation m_encoderUIDCreation;
+    bool m_convertToSC;
     // Lossy output records Derivation Description and Derivation Code Sequence.
-    bool updateDerivation;
+    bool m_updateDerivation;
     // Lossless output is decoded again and compared with the input before it is accepted.
-    bool verifyLossless;
+    bool m_verifyLossless;
 
     // ---- decoding ----
 
-    J2K_UIDCreation decoderUIDCreation;
-    J2K_PlanarConfiguration planarConfiguration;
+    J2K_UIDCreation m_decoderUIDCreation;
+    J2K_PlanarConfiguration m_planarConfiguration;
     // Quality layers to decode, 0: all.
-    unsigned int qualityLayers;
-    // OpenJPEG worker threads, 0: the calling thread only.
-    unsigned int threads;
+    unsigned int m_qualityLayers;
+    // OpenJPEG worker threads; 0: one per core the process may use (none on one core).
+    unsigned int m_threads;
     // Truncated or damaged codestreams fail instead of giving a partial image.
-    bool strictDecoding;
+    bool m_strictDecoding;
     // Codestreams wrapped in a JP2 file header (not conformant, but written by some
     // toolkits) are accepted.
-    bool acceptJP2;
+    bool m_acceptJP2;
 
 private:
     D2CodecParameter& operator=(const D2CodecParameter&);

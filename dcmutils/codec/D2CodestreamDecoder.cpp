@@ -1,6 +1,7 @@
 #include "dcmutils/codec/D2CodestreamDecoder.h"
 #include "dcmutils/codec/D2CodecParameter.h"
 #include "dcmutils/codec/D2JPEG2000Util.h"
+#include "dcmutils/codec/D2MessageCollector.h"
 #include "dcmutils/codec/D2OpenJPEGRun.h"
 #include "dcmutils/codec/D2MemoryStream.h"
 
@@ -80,7 +81,7 @@ OFCondition D2CodestreamDecoder::decode(const Uint8* data, size_t length, const 
         format = OPJ_CODEC_J2K;
     else if (isJP2File(data, length))
     {
-        if (!m_cp.acceptJP2)
+        if (!m_cp.m_acceptJP2)
             return makeOFCondition(OFM_dcmjp2k, EC_CODE_J2KDecodingFailed, OF_error,
                                    "JPEG 2000 decoding failed: codestream wrapped in a JP2 file header");
         D2J_WARN("JPEG 2000 codestream is wrapped in a JP2 file header, which DICOM does not allow");
@@ -100,12 +101,11 @@ OFCondition D2CodestreamDecoder::decode(const Uint8* data, size_t length, const 
 
     opj_dparameters_t parameters;
     opj_set_default_decoder_parameters(&parameters);
-    parameters.cp_layer = m_cp.qualityLayers;
+    parameters.cp_layer = m_cp.m_qualityLayers;
     if (!opj_setup_decoder(run.codec, &parameters) ||
-        !opj_decoder_set_strict_mode(run.codec, m_cp.strictDecoding ? OPJ_TRUE : OPJ_FALSE))
+        !opj_decoder_set_strict_mode(run.codec, m_cp.m_strictDecoding ? OPJ_TRUE : OPJ_FALSE))
         return messages.condition(EC_CODE_J2KDecodingFailed, "JPEG 2000 decoding failed", "cannot set up decoder");
-    if (m_cp.threads > 0)
-        opj_codec_set_threads(run.codec, int(m_cp.threads));
+    run.setThreads(m_cp.m_threads);
 
     if (!opj_read_header(input.stream(), run.codec, &run.image) || run.image == NULL)
         return messages.condition(EC_CODE_J2KDecodingFailed, "JPEG 2000 decoding failed", "cannot read codestream header");

@@ -2,6 +2,7 @@
 #include "dcmutils/codec/D2CodecParameter.h"
 #include "dcmutils/codec/D2CodestreamDecoder.h"
 #include "dcmutils/codec/D2JPEG2000Util.h"
+#include "dcmutils/codec/D2MessageCollector.h"
 #include "dcmutils/codec/D2OpenJPEGRun.h"
 #include "dcmutils/codec/D2MemoryStream.h"
 #include "dcmutils/codec/D2RepresentationParameter.h"
@@ -87,6 +88,140 @@ int fittingResolutions(int wanted, unsigned int width, unsigned int height)
     return resolutions;
 }
 
+// An OpenJPEG image holding the coded values of the frame's samples, one component each.
+opj_image_t* createImage(const Uint8* data, const D2FrameInfo& frame, unsigned int precision, bool transform)
+{
+    opj_image_cmptparm_t components[3];
+    memset(components, 0, sizeof(components));
+    for (Uint16 c = 0; c < frame.samplesPerPixel; ++c)
+    {
+        components[c].dx = 1;
+        components[c].dy = 1;
+        components[c].w = frame.columns;
+        components[c].h = frame.rows;
+        components[c].prec = precision;
+        components[c].sgnd = frame.isSigned ? 1 : 0;
+    }
+    const OPJ_COLOR_SPACE space = frame.samplesPerPixel == 1 ? OPJ_CLRSPC_GRAY
+                                  : transform                 ? OPJ_CLRSPC_SRGB
+                                                              : OPJ_CLRSPC_UNSPECIFIED;
+    opj_image_t* image = opj_image_create(frame.samplesPerPixel, components, space);
+    if (image == NULL)
+        return NULL;
+    image->x0 = 0;
+    image->y0 = 0;
+    image->x1 = frame.columns;
+    image->y1 = frame.rows;
+    if (frame.bytesPerSample == 1)
+        loadSamples<Uint8>(data, frame, image);
+    else
+        loadSamples<Uint16>(data, frame, image);
+    return image;
+}
+
+// Quality layers: the configured intermediate rates below the final one, then the final rate
+// (lossless, or the representation parameter's); or one layer at the asked PSNR.
+void setQualityLayers(const D2CodecParameter& cp, const D2RepresentationParameter& rp, bool lossless,
+                      opj_cparameters_t& parameters)
+{
+    if (!lossless && rp.getPSNR() > 0)
+    {
+        parameters.tcp_numlayers = 1;
+        parameters.tcp_distoratio[0] = float(rp.getPSNR());
+        parameters.cp_fixed_quality = 1;
+        return;
+    }
+    std::vector<double> rates;
+    const double finalRate = lossless ? 1.0 : rp.getRate();
+    for (size_t i = 0; i < cp.m_layerRates.size(); ++i)
+    {
+        const double r = cp.m_layerRates[i];
+        if (r > 0.0 && r < finalRate)
+            rates.push_back(r);
+    }
+    std::sort(rates.begin(), rates.end());
+    rates.erase(std::unique(rates.begin(), rates.end()), rates.end());
+    rates.push_back(finalRate);
+    if (rates.size() > 100)
+        rates.erase(rates.begin(), rates.end() - 100);
+    parameters.tcp_numlayers = int(rates.size());
+    for (size_t i = 0; i < rates.size(); ++i)
+    {
+        // OpenJPEG takes compression ratios; 0 for the last layer means lossless
+        parameters.tcp_rates[i] = rates[i] >= 1.0 ? (lossless ? 0.0f : 1.0f) : float(1.0 / rates[i]);
+    }
+    parameters.cp_disto_alloc = 1;
+}
+
+// Tiles, resolution levels, code-blocks, precincts, markers, code-block modes, progression
+// and size limits, from the codec parameter.
+void setCodingStructure(const D2CodecParameter& cp, const D2FrameInfo& frame, opj_cparameters_t& parameters)
+{
+    unsigned int tileWidth = frame.columns;
+    unsigned int tileHeight = frame.rows;
+    if (cp.m_tileWidth > 0 && cp.m_tileHeight > 0)
+    {
+        parameters.tile_size_on = OPJ_TRUE;
+        parameters.cp_tdx = int(cp.m_tileWidth);
+        parameters.cp_tdy = int(cp.m_tileHeight);
+        parameters.cp_tx0 = int(cp.m_tileOriginX);
+        parameters.cp_ty0 = int(cp.m_tileOriginY);
+        tileWidth = std::min(tileWidth, cp.m_tileWidth);
+        tileHeight = std::min(tileHeight, cp.m_tileHeight);
+    }
+    parameters.numresolution = fittingResolutions(cp.m_resolutions, tileWidth, tileHeight);
+    parameters.cblockw_init = 1 << std::max(2, std::min(10, int(cp.m_codeBlockWidthExponent)));
+    parameters.cblockh_init = 1 << std::max(2, std::min(10, int(cp.m_codeBlockHeightExponent)));
+    if (cp.m_precinctWidthExponent < 15 || cp.m_precinctHeightExponent < 15)
+    {
+        parameters.csty |= 0x01;
+        parameters.res_spec = 1;
+        parameters.prcw_init[0] = 1 << std::max(1, std::min(15, int(cp.m_precinctWidthExponent)));
+        parameters.prch_init[0] = 1 << std::max(1, std::min(15, int(cp.m_precinctHeightExponent)));
+    }
+    if (cp.m_sopMarkers)
+        parameters.csty |= 0x02;
+    if (cp.m_ephMarkers)
+        parameters.csty |= 0x04;
+    parameters.mode = (cp.m_selectiveBypass ? 1 : 0) | (cp.m_resetContexts ? 2 : 0) |
+                      (cp.m_terminateEachPass ? 4 : 0) | (cp.m_verticallyCausal ? 8 : 0) |
+                      (cp.m_predictableTermination ? 16 : 0) | (cp.m_segmentationSymbols ? 32 : 0);
+    parameters.prog_order = OPJ_PROG_ORDER(cp.m_progression);
+    parameters.max_comp_size = int(cp.m_maxComponentSize);
+    parameters.max_cs_size = int(cp.m_maxCodestreamSize);
+}
+
+// Runs OpenJPEG's encoder over the image into codestream (raw J2K).
+OFCondition runEncoder(const D2CodecParameter& cp, D2OpenJPEGRun& run, opj_cparameters_t& parameters,
+                       std::vector<Uint8>& codestream)
+{
+    D2MessageCollector messages;
+    run.codec = opj_create_compress(OPJ_CODEC_J2K);
+    if (run.codec == NULL)
+        return EC_MemoryExhausted;
+    messages.attach(run.codec);
+    if (!opj_setup_encoder(run.codec, &parameters, run.image))
+        return messages.condition(EC_CODE_J2KEncodingFailed, "JPEG 2000 encoding failed", "cannot set up encoder");
+
+    char guardBits[32];
+    snprintf(guardBits, sizeof(guardBits), "GUARD_BITS=%u", unsigned(std::min<unsigned char>(cp.m_guardBits, 7)));
+    const char* options[3] = {guardBits, cp.m_tlmMarkers ? "TLM=YES" : NULL, NULL};
+    if (!opj_encoder_set_extra_options(run.codec, options))
+        return messages.condition(EC_CODE_J2KEncodingFailed, "JPEG 2000 encoding failed", "invalid encoder options");
+    run.setThreads(cp.m_threads);
+
+    D2MemoryStream output;
+    if (output.stream() == NULL)
+        return EC_MemoryExhausted;
+    if (!opj_start_compress(run.codec, run.image, output.stream()) || !opj_encode(run.codec, output.stream()) ||
+        !opj_end_compress(run.codec, output.stream()))
+        return messages.condition(EC_CODE_J2KEncodingFailed, "JPEG 2000 encoding failed", "encoder error");
+    codestream = output.written();
+    if (codestream.empty())
+        return messages.condition(EC_CODE_J2KEncodingFailed, "JPEG 2000 encoding failed", "empty codestream");
+    return EC_Normal;
+}
+
 } // namespace
 
 D2CodestreamEncoder::D2CodestreamEncoder(const D2CodecParameter& cp, const D2RepresentationParameter& rp,
@@ -103,12 +238,12 @@ unsigned int D2CodestreamEncoder::precisionFor(const D2FrameInfo& frame) const
     const unsigned int stored = frame.storedBits;
     if (stored < 1 || stored > 8u * frame.bytesPerSample)
         return 0;
-    switch (m_cp.bitDepthMode)
+    switch (m_cp.m_bitDepthMode)
     {
     case EJ2KBD_limit:
-        return stored <= m_cp.bitDepth ? stored : 0;
+        return stored <= m_cp.m_bitDepth ? stored : 0;
     case EJ2KBD_force:
-        return (m_cp.bitDepth >= stored && m_cp.bitDepth <= 16) ? m_cp.bitDepth : 0;
+        return (m_cp.m_bitDepth >= stored && m_cp.m_bitDepth <= 16) ? m_cp.m_bitDepth : 0;
     case EJ2KBD_original:
     default:
         return stored;
@@ -124,137 +259,26 @@ OFCondition D2CodestreamEncoder::encode(const Uint8* data, const D2FrameInfo& fr
         return EC_J2KUnsupportedBitDepth;
     if ((frame.samplesPerPixel != 1 && frame.samplesPerPixel != 3) || frame.columns == 0 || frame.rows == 0)
         return EC_J2KUnsupportedImageType;
-
-    opj_image_cmptparm_t components[3];
-    memset(components, 0, sizeof(components));
-    for (Uint16 c = 0; c < frame.samplesPerPixel; ++c)
-    {
-        components[c].dx = 1;
-        components[c].dy = 1;
-        components[c].w = frame.columns;
-        components[c].h = frame.rows;
-        components[c].prec = precision;
-        components[c].sgnd = frame.isSigned ? 1 : 0;
-    }
     const bool transform = m_colorTransform && frame.samplesPerPixel == 3;
-    const OPJ_COLOR_SPACE space = frame.samplesPerPixel == 1 ? OPJ_CLRSPC_GRAY
-                                  : transform                 ? OPJ_CLRSPC_SRGB
-                                                              : OPJ_CLRSPC_UNSPECIFIED;
     D2OpenJPEGRun run;
-    run.image = opj_image_create(frame.samplesPerPixel, components, space);
+    run.image = createImage(data, frame, precision, transform);
     if (run.image == NULL)
         return EC_MemoryExhausted;
-    run.image->x0 = 0;
-    run.image->y0 = 0;
-    run.image->x1 = frame.columns;
-    run.image->y1 = frame.rows;
-    if (frame.bytesPerSample == 1)
-        loadSamples<Uint8>(data, frame, run.image);
-    else
-        loadSamples<Uint16>(data, frame, run.image);
 
     opj_cparameters_t parameters;
     opj_set_default_encoder_parameters(&parameters);
-
-    // quality layers: the configured intermediate rates, then the final one
-    std::vector<double> rates;
-    const double finalRate = m_lossless ? 1.0 : m_rp.getRate();
-    for (size_t i = 0; i < m_cp.layerRates.size(); ++i)
-    {
-        const double r = m_cp.layerRates[i];
-        if (r > 0.0 && r < finalRate)
-            rates.push_back(r);
-    }
-    std::sort(rates.begin(), rates.end());
-    rates.erase(std::unique(rates.begin(), rates.end()), rates.end());
-    if (!m_lossless && m_rp.getPSNR() > 0)
-    {
-        // one layer at the asked peak signal-to-noise ratio
-        parameters.tcp_numlayers = 1;
-        parameters.tcp_distoratio[0] = float(m_rp.getPSNR());
-        parameters.cp_fixed_quality = 1;
-    }
-    else
-    {
-        rates.push_back(finalRate);
-        if (rates.size() > 100)
-            rates.erase(rates.begin(), rates.end() - 100);
-        parameters.tcp_numlayers = int(rates.size());
-        for (size_t i = 0; i < rates.size(); ++i)
-        {
-            // OpenJPEG takes compression ratios; 0 for the last layer means lossless
-            parameters.tcp_rates[i] = rates[i] >= 1.0 ? (m_lossless ? 0.0f : 1.0f) : float(1.0 / rates[i]);
-        }
-        parameters.cp_disto_alloc = 1;
-    }
-    parameters.irreversible = (!m_lossless && m_cp.irreversibleLossy) ? 1 : 0;
+    setQualityLayers(m_cp, m_rp, m_lossless, parameters);
+    parameters.irreversible = (!m_lossless && m_cp.m_irreversibleLossy) ? 1 : 0;
     parameters.tcp_mct = transform ? 1 : 0;
-
-    unsigned int tileWidth = frame.columns;
-    unsigned int tileHeight = frame.rows;
-    if (m_cp.tileWidth > 0 && m_cp.tileHeight > 0)
-    {
-        parameters.tile_size_on = OPJ_TRUE;
-        parameters.cp_tdx = int(m_cp.tileWidth);
-        parameters.cp_tdy = int(m_cp.tileHeight);
-        parameters.cp_tx0 = int(m_cp.tileOriginX);
-        parameters.cp_ty0 = int(m_cp.tileOriginY);
-        tileWidth = std::min(tileWidth, m_cp.tileWidth);
-        tileHeight = std::min(tileHeight, m_cp.tileHeight);
-    }
-    parameters.numresolution = fittingResolutions(m_cp.resolutions, tileWidth, tileHeight);
-    parameters.cblockw_init = 1 << std::max(2, std::min(10, int(m_cp.codeBlockWidthExponent)));
-    parameters.cblockh_init = 1 << std::max(2, std::min(10, int(m_cp.codeBlockHeightExponent)));
-    if (m_cp.precinctWidthExponent < 15 || m_cp.precinctHeightExponent < 15)
-    {
-        parameters.csty |= 0x01;
-        parameters.res_spec = 1;
-        parameters.prcw_init[0] = 1 << std::max(1, std::min(15, int(m_cp.precinctWidthExponent)));
-        parameters.prch_init[0] = 1 << std::max(1, std::min(15, int(m_cp.precinctHeightExponent)));
-    }
-    if (m_cp.sopMarkers)
-        parameters.csty |= 0x02;
-    if (m_cp.ephMarkers)
-        parameters.csty |= 0x04;
-    parameters.mode = (m_cp.selectiveBypass ? 1 : 0) | (m_cp.resetContexts ? 2 : 0) |
-                      (m_cp.terminateEachPass ? 4 : 0) | (m_cp.verticallyCausal ? 8 : 0) |
-                      (m_cp.predictableTermination ? 16 : 0) | (m_cp.segmentationSymbols ? 32 : 0);
-    parameters.prog_order = OPJ_PROG_ORDER(m_cp.progression);
-    parameters.max_comp_size = int(m_cp.maxComponentSize);
-    parameters.max_cs_size = int(m_cp.maxCodestreamSize);
+    setCodingStructure(m_cp, frame, parameters);
     std::string comment = m_rp.getComment();
     if (!comment.empty())
         parameters.cp_comment = &comment[0];
 
-    D2MessageCollector messages;
-    run.codec = opj_create_compress(OPJ_CODEC_J2K);
-    if (run.codec == NULL)
-        return EC_MemoryExhausted;
-    messages.attach(run.codec);
-    if (!opj_setup_encoder(run.codec, &parameters, run.image))
-        return messages.condition(EC_CODE_J2KEncodingFailed, "JPEG 2000 encoding failed", "cannot set up encoder");
-
-    char guardBits[32];
-    snprintf(guardBits, sizeof(guardBits), "GUARD_BITS=%u", unsigned(std::min<unsigned char>(m_cp.guardBits, 7)));
-    const char* options[3] = {guardBits, m_cp.tlmMarkers ? "TLM=YES" : NULL, NULL};
-    if (!opj_encoder_set_extra_options(run.codec, options))
-        return messages.condition(EC_CODE_J2KEncodingFailed, "JPEG 2000 encoding failed", "invalid encoder options");
-    if (m_cp.threads > 0)
-        opj_codec_set_threads(run.codec, int(m_cp.threads));
-
-    D2MemoryStream output;
-    if (output.stream() == NULL)
-        return EC_MemoryExhausted;
-    if (!opj_start_compress(run.codec, run.image, output.stream()) || !opj_encode(run.codec, output.stream()) ||
-        !opj_end_compress(run.codec, output.stream()))
-        return messages.condition(EC_CODE_J2KEncodingFailed, "JPEG 2000 encoding failed", "encoder error");
-    codestream = output.written();
-    if (codestream.empty())
-        return messages.condition(EC_CODE_J2KEncodingFailed, "JPEG 2000 encoding failed", "empty codestream");
-
-    if (m_lossless && m_cp.verifyLossless)
-        return verify(data, frame, codestream);
-    return EC_Normal;
+    OFCondition result = runEncoder(m_cp, run, parameters, codestream);
+    if (result.good() && m_lossless && m_cp.m_verifyLossless)
+        result = verify(data, frame, codestream);
+    return result;
 }
 
 OFCondition D2CodestreamEncoder::verify(const Uint8* data, const D2FrameInfo& frame,
@@ -263,9 +287,9 @@ OFCondition D2CodestreamEncoder::verify(const Uint8* data, const D2FrameInfo& fr
     std::vector<Uint8> decoded(frame.frameSize());
     // every layer, and nothing but the codestream this encoder writes
     D2CodecParameter full(m_cp);
-    full.qualityLayers = 0;
-    full.acceptJP2 = false;
-    full.strictDecoding = true;
+    full.m_qualityLayers = 0;
+    full.m_acceptJP2 = false;
+    full.m_strictDecoding = true;
     D2CodestreamDecoder decoder(full);
     OFCondition result = decoder.decode(codestream.data(), codestream.size(), frame, decoded.data(), decoded.size());
     if (result.bad())

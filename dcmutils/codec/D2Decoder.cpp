@@ -73,39 +73,27 @@ Uint16 D2Decoder::determinePlanarConfiguration(const OFString& sopClassUID, cons
 OFCondition D2Decoder::readFrameInfo(DcmItem* dataset, const D2CodecParameter& cp, DcmPixelSequence* pixSeq,
                                      D2FrameInfo& frame, Sint32& frames)
 {
-    Uint16 samplesPerPixel = 0;
-    Uint16 rows = 0;
-    Uint16 columns = 0;
-    Uint16 bitsAllocated = 0;
-    Uint16 bitsStored = 0;
-    if (dataset->findAndGetUint16(DCM_SamplesPerPixel, samplesPerPixel).bad() ||
-        dataset->findAndGetUint16(DCM_Rows, rows).bad() || dataset->findAndGetUint16(DCM_Columns, columns).bad() ||
-        dataset->findAndGetUint16(DCM_BitsAllocated, bitsAllocated).bad() ||
-        dataset->findAndGetUint16(DCM_BitsStored, bitsStored).bad())
+    D2ImagePixel pixel;
+    if (pixel.read(*dataset).bad())
         return EC_TagNotFound;
-    if ((samplesPerPixel != 1 && samplesPerPixel != 3) || rows < 1 || columns < 1)
+    if ((pixel.samplesPerPixel != 1 && pixel.samplesPerPixel != 3) || pixel.rows < 1 || pixel.columns < 1)
         return EC_InvalidTag;
-    if (bitsStored < 1 || bitsStored > 16 || bitsAllocated > 16 || bitsStored > bitsAllocated)
+    if (pixel.bitsStored < 1 || pixel.bitsStored > 16 || pixel.bitsAllocated > 16 ||
+        pixel.bitsStored > pixel.bitsAllocated)
         return EC_J2KUnsupportedBitDepth;
-    Uint16 pixelRepresentation = 0;
-    dataset->findAndGetUint16(DCM_PixelRepresentation, pixelRepresentation);
-
-    frame.columns = columns;
-    frame.rows = rows;
-    frame.samplesPerPixel = samplesPerPixel;
-    frame.bytesPerSample = (bitsAllocated > 8 || bitsStored > 8) ? 2 : 1;
-    frame.storedBits = bitsStored;
-    frame.isSigned = pixelRepresentation == 1;
+    frame.columns = pixel.columns;
+    frame.rows = pixel.rows;
+    frame.samplesPerPixel = pixel.samplesPerPixel;
+    frame.bytesPerSample = (pixel.bitsAllocated > 8 || pixel.bitsStored > 8) ? 2 : 1;
+    frame.storedBits = pixel.bitsStored;
+    frame.isSigned = pixel.pixelRepresentation == 1;
     frame.planarConfiguration = 0;
-    if (samplesPerPixel == 3)
+    if (pixel.samplesPerPixel == 3)
     {
-        OFString sopClass;
-        OFString photometric;
-        dataset->findAndGetOFString(DCM_SOPClassUID, sopClass);
-        dataset->findAndGetOFString(DCM_PhotometricInterpretation, photometric);
-        Uint16 planar = 2; // invalid until read
-        dataset->findAndGetUint16(DCM_PlanarConfiguration, planar);
-        switch (cp.planarConfiguration)
+        const Uint16 planar = pixel.planarConfiguration;
+        const OFString& sopClass = pixel.sopClassUID;
+        const OFString& photometric = pixel.photometricInterpretation;
+        switch (cp.m_planarConfiguration)
         {
         case EJ2KPC_restore:
             frame.planarConfiguration = planar <= 1 ? planar : determinePlanarConfiguration(sopClass, photometric);
@@ -124,8 +112,7 @@ OFCondition D2Decoder::readFrameInfo(DcmItem* dataset, const D2CodecParameter& c
     }
 
     // Number of Frames is optional; the fragments bound it
-    frames = 0;
-    dataset->findAndGetSint32(DCM_NumberOfFrames, frames);
+    frames = pixel.numberOfFrames;
     if (pixSeq->card() < 2)
         return makeOFCondition(OFM_dcmjp2k, EC_CODE_J2KDecodingFailed, OF_error,
                                "JPEG 2000 decoding failed: no compressed frame in pixel data");
@@ -147,13 +134,9 @@ OFCondition D2Decoder::decode(const DcmRepresentationParameter* /* fromRepParam 
         return EC_J2KLibraryNotInitialized;
     if (pixSeq == NULL)
         return EC_IllegalCall;
-
-    DcmStack localStack(objStack);
-    (void)localStack.pop(); // the pixel data element
-    DcmObject* dobject = localStack.pop();
-    if (!dobject || (dobject->ident() != EVR_dataset && dobject->ident() != EVR_item))
+    DcmItem* dataset = D2FrameInfo::datasetOf(objStack);
+    if (dataset == NULL)
         return EC_InvalidTag;
-    DcmItem* dataset = static_cast<DcmItem*>(dobject);
     const D2CodecParameter& params = codecParameter(cp);
 
     D2FrameInfo frame;
@@ -163,33 +146,59 @@ OFCondition D2Decoder::decode(const DcmRepresentationParameter* /* fromRepParam 
         return result;
     const bool numberOfFramesPresent = dataset->tagExistsWithValue(DCM_NumberOfFrames);
 
-    const size_t frameSize = frame.frameSize();
-    const unsigned long long total = (unsigned long long)frameSize * (unsigned long long)frames;
+    Uint16* pixels = NULL;
+    Uint32 totalSize = 0;
+    result = createPixelData(uncompressedPixelData, frame, frames, pixels, totalSize);
+    bool irreversible = false;
+    if (result.good())
+        result = decodeFrames(pixSeq, params, frame, frames, reinterpret_cast<Uint8*>(pixels), irreversible);
+    // the samples are written as bytes into a word array
+    if (result.good() && frame.bytesPerSample == 1)
+        result = swapIfNecessary(gLocalByteOrder, EBO_LittleEndian, pixels, totalSize, sizeof(Uint16));
+    if (result.good())
+        result = updateImagePixelModule(dataset, frame, frames, numberOfFramesPresent);
+    // SOP Common and General Image: only on the main level of the dataset
+    if (result.good() && dataset->ident() == EVR_dataset)
+    {
+        if (params.m_decoderUIDCreation == EJ2KUC_always)
+            result = DcmCodec::newInstance(dataset, NULL, NULL, NULL);
+        // irreversible wavelet: lossy for certain (see DICOM PS3.3 C.7.6.1.1.5)
+        if (result.good() && irreversible)
+            result = dataset->putAndInsertString(DCM_LossyImageCompression, "01");
+    }
+    return result;
+}
+
+OFCondition D2Decoder::createPixelData(DcmPolymorphOBOW& pixelData, const D2FrameInfo& frame, Sint32 frames,
+                                       Uint16*& words, Uint32& totalSize)
+{
+    const unsigned long long total = (unsigned long long)frame.frameSize() * (unsigned long long)frames;
     if (total >= 0xFFFFFFFEull)
     {
-        D2J_WARN("cannot decompress image because uncompressed representation would exceed maximum possible size of PixelData attribute");
+        D2J_WARN("cannot decompress image because uncompressed representation would exceed maximum possible size of "
+                 "PixelData attribute");
         return EC_ElemLengthExceeds32BitField;
     }
-    Uint32 totalSize = Uint32(total);
+    totalSize = Uint32(total);
     if (totalSize & 1)
         ++totalSize;
+    const OFCondition result = pixelData.createUint16Array(totalSize / sizeof(Uint16), words);
+    if (result.good() && totalSize > total)
+        reinterpret_cast<Uint8*>(words)[totalSize - 1] = 0; // the pad byte of an odd length
+    return result;
+}
 
-    Uint16* pixeldata16 = NULL;
-    result = uncompressedPixelData.createUint16Array(totalSize / sizeof(Uint16), pixeldata16);
-    if (result.bad())
-        return result;
-    Uint8* pixeldata8 = reinterpret_cast<Uint8*>(pixeldata16);
-    if (totalSize > total)
-        pixeldata8[totalSize - 1] = 0;
-
+OFCondition D2Decoder::decodeFrames(DcmPixelSequence* pixSeq, const D2CodecParameter& params,
+                                    const D2FrameInfo& frame, Sint32 frames, Uint8* buffer, bool& irreversible)
+{
     D2CodestreamDecoder decoder(params);
-    bool irreversible = false;
+    OFCondition result = EC_Normal;
     Uint32 currentItem = 1; // item 0 is the offset table
     for (Sint32 f = 0; f < frames && result.good(); ++f)
     {
         D2J_DEBUG("JPEG 2000 decoder processes frame " << (f + 1));
-        result = decodeFrameAt(pixSeq, decoder, frame, frames, Uint32(f), currentItem, pixeldata8 + f * frameSize,
-                               frameSize);
+        result = decodeFrameAt(pixSeq, decoder, frame, frames, Uint32(f), currentItem, buffer + f * frame.frameSize(),
+                               frame.frameSize());
         if (result.good() && f == 0)
         {
             if (decoder.isSigned() != frame.isSigned)
@@ -202,18 +211,20 @@ OFCondition D2Decoder::decode(const DcmRepresentationParameter* /* fromRepParam 
         }
         irreversible = irreversible || decoder.usedIrreversibleWavelet();
     }
+    return result;
+}
 
+OFCondition D2Decoder::updateImagePixelModule(DcmItem* dataset, const D2FrameInfo& frame, Sint32 frames,
+                                              bool numberOfFramesPresent)
+{
+    OFCondition result = EC_Normal;
     // Number of Frames may have been corrected
-    if (result.good() && (numberOfFramesPresent || frames > 1))
+    if (numberOfFramesPresent || frames > 1)
     {
         char numBuf[20];
         snprintf(numBuf, sizeof(numBuf), "%ld", long(frames));
         result = dataset->putAndInsertString(DCM_NumberOfFrames, numBuf);
     }
-    // the samples are written as bytes into a word array
-    if (result.good() && frame.bytesPerSample == 1)
-        result = swapIfNecessary(gLocalByteOrder, EBO_LittleEndian, pixeldata16, totalSize, sizeof(Uint16));
-
     if (result.good())
     {
         Uint16 bitsAllocated = 0;
@@ -229,16 +240,6 @@ OFCondition D2Decoder::decode(const DcmRepresentationParameter* /* fromRepParam 
         const OFString decoded = colorModelAfterDecoding(photometric, frame.samplesPerPixel);
         if (result.good() && decoded != photometric)
             result = dataset->putAndInsertString(DCM_PhotometricInterpretation, decoded.c_str());
-    }
-
-    // SOP Common and General Image: only on the main level of the dataset
-    if (result.good() && dataset->ident() == EVR_dataset)
-    {
-        if (params.decoderUIDCreation == EJ2KUC_always)
-            result = DcmCodec::newInstance(dataset, NULL, NULL, NULL);
-        // irreversible wavelet: lossy for certain (see DICOM PS3.3 C.7.6.1.1.5)
-        if (result.good() && irreversible)
-            result = dataset->putAndInsertString(DCM_LossyImageCompression, "01");
     }
     return result;
 }

@@ -26,31 +26,31 @@ class D2Decoder : public DcmCodec
 public:
     // The decoder of one transfer syntax: EXS_JPEG2000LosslessOnly or EXS_JPEG2000.
     explicit D2Decoder(E_TransferSyntax supported);
-    virtual ~D2Decoder();
+    ~D2Decoder() override;
 
-    virtual OFCondition decode(const DcmRepresentationParameter* fromRepParam, DcmPixelSequence* pixSeq,
-                               DcmPolymorphOBOW& uncompressedPixelData, const DcmCodecParameter* cp,
-                               const DcmStack& objStack, OFBool& removeOldRep) const;
+    OFCondition decode(const DcmRepresentationParameter* fromRepParam, DcmPixelSequence* pixSeq,
+                       DcmPolymorphOBOW& uncompressedPixelData, const DcmCodecParameter* cp,
+                       const DcmStack& objStack, OFBool& removeOldRep) const override;
 
-    virtual OFCondition decodeFrame(const DcmRepresentationParameter* fromParam, DcmPixelSequence* fromPixSeq,
-                                    const DcmCodecParameter* cp, DcmItem* dataset, Uint32 frameNo,
-                                    Uint32& startFragment, void* buffer, Uint32 bufSize,
-                                    OFString& decompressedColorModel) const;
+    OFCondition decodeFrame(const DcmRepresentationParameter* fromParam, DcmPixelSequence* fromPixSeq,
+                            const DcmCodecParameter* cp, DcmItem* dataset, Uint32 frameNo,
+                            Uint32& startFragment, void* buffer, Uint32 bufSize,
+                            OFString& decompressedColorModel) const override;
 
-    virtual OFCondition encode(const Uint16* pixelData, const Uint32 length,
-                               const DcmRepresentationParameter* toRepParam, DcmPixelSequence*& pixSeq,
-                               const DcmCodecParameter* cp, DcmStack& objStack, OFBool& removeOldRep) const;
+    OFCondition encode(const Uint16* pixelData, const Uint32 length,
+                       const DcmRepresentationParameter* toRepParam, DcmPixelSequence*& pixSeq,
+                       const DcmCodecParameter* cp, DcmStack& objStack, OFBool& removeOldRep) const override;
 
-    virtual OFCondition encode(const E_TransferSyntax fromRepType, const DcmRepresentationParameter* fromRepParam,
-                               DcmPixelSequence* fromPixSeq, const DcmRepresentationParameter* toRepParam,
-                               DcmPixelSequence*& toPixSeq, const DcmCodecParameter* cp, DcmStack& objStack,
-                               OFBool& removeOldRep) const;
+    OFCondition encode(const E_TransferSyntax fromRepType, const DcmRepresentationParameter* fromRepParam,
+                       DcmPixelSequence* fromPixSeq, const DcmRepresentationParameter* toRepParam,
+                       DcmPixelSequence*& toPixSeq, const DcmCodecParameter* cp, DcmStack& objStack,
+                       OFBool& removeOldRep) const override;
 
-    virtual OFBool canChangeCoding(const E_TransferSyntax oldRepType, const E_TransferSyntax newRepType) const;
+    OFBool canChangeCoding(const E_TransferSyntax oldRepType, const E_TransferSyntax newRepType) const override;
 
-    virtual OFCondition determineDecompressedColorModel(const DcmRepresentationParameter* fromParam,
-                                                        DcmPixelSequence* fromPixSeq, const DcmCodecParameter* cp,
-                                                        DcmItem* dataset, OFString& decompressedColorModel) const;
+    OFCondition determineDecompressedColorModel(const DcmRepresentationParameter* fromParam,
+                                                DcmPixelSequence* fromPixSeq, const DcmCodecParameter* cp,
+                                                DcmItem* dataset, OFString& decompressedColorModel) const override;
 
     // The Photometric Interpretation of decoded samples: the colour transforms are undone
     // (YBR_RCT and YBR_ICT become RGB), and YBR_FULL_422 comes back at full resolution.
@@ -63,6 +63,20 @@ private:
     // Reads the frame layout and the usable number of frames from the dataset.
     static OFCondition readFrameInfo(DcmItem* dataset, const D2CodecParameter& cp, DcmPixelSequence* pixSeq,
                                      D2FrameInfo& frame, Sint32& frames);
+
+    // Pixel Data of the decoded size (padded to even), its words filled in by the decoding.
+    static OFCondition createPixelData(DcmPolymorphOBOW& pixelData, const D2FrameInfo& frame, Sint32 frames,
+                                       Uint16*& words, Uint32& totalSize);
+
+    // Decodes every frame into buffer, one after the other; irreversible tells whether any
+    // codestream used the irreversible wavelet.
+    static OFCondition decodeFrames(DcmPixelSequence* pixSeq, const D2CodecParameter& params,
+                                    const D2FrameInfo& frame, Sint32 frames, Uint8* buffer, bool& irreversible);
+
+    // Number of Frames, Bits Allocated, Planar Configuration and Photometric Interpretation of
+    // the decoded object.
+    static OFCondition updateImagePixelModule(DcmItem* dataset, const D2FrameInfo& frame, Sint32 frames,
+                                              bool numberOfFramesPresent);
 
     // Decodes the frame starting at fragment currentItem and moves currentItem past it.
     static OFCondition decodeFrameAt(DcmPixelSequence* pixSeq, D2CodestreamDecoder& decoder, const D2FrameInfo& frame,

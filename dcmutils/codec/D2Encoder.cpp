@@ -1,4 +1,5 @@
 #include "dcmutils/codec/D2Encoder.h"
+
 #include "dcmutils/codec/D2CodecParameter.h"
 #include "dcmutils/codec/D2CodestreamEncoder.h"
 #include "dcmutils/codec/D2FrameInfo.h"
@@ -81,50 +82,31 @@ OFBool D2Encoder::canChangeCoding(const E_TransferSyntax oldRepType, const E_Tra
 
 OFCondition D2Encoder::readFrameInfo(DcmItem* dataset, D2FrameInfo& frame, Uint32& frames, OFString& photometric)
 {
-    Uint16 samplesPerPixel = 0;
-    Uint16 rows = 0;
-    Uint16 columns = 0;
-    Uint16 bitsAllocated = 0;
-    Uint16 bitsStored = 0;
-    Uint16 highBit = 0;
-    Uint16 pixelRepresentation = 0;
-    if (dataset->findAndGetUint16(DCM_SamplesPerPixel, samplesPerPixel).bad() ||
-        dataset->findAndGetUint16(DCM_Rows, rows).bad() || dataset->findAndGetUint16(DCM_Columns, columns).bad() ||
-        dataset->findAndGetUint16(DCM_BitsAllocated, bitsAllocated).bad() ||
-        dataset->findAndGetUint16(DCM_BitsStored, bitsStored).bad() ||
-        dataset->findAndGetOFString(DCM_PhotometricInterpretation, photometric).bad())
+    D2ImagePixel pixel;
+    if (pixel.read(*dataset).bad() || !pixel.hasPhotometricInterpretation)
         return EC_TagNotFound;
-    if (dataset->findAndGetUint16(DCM_HighBit, highBit).bad())
-        highBit = Uint16(bitsStored - 1);
-    dataset->findAndGetUint16(DCM_PixelRepresentation, pixelRepresentation);
-    if (bitsAllocated != 8 && bitsAllocated != 16)
+    photometric = pixel.photometricInterpretation;
+    const Uint16 highBit = pixel.hasHighBit ? pixel.highBit : Uint16(pixel.bitsStored - 1);
+    if (pixel.bitsAllocated != 8 && pixel.bitsAllocated != 16)
         return EC_J2KUnsupportedBitDepth;
-    if (bitsStored < 1 || highBit >= bitsAllocated || bitsStored > highBit + 1)
+    if (pixel.bitsStored < 1 || highBit >= pixel.bitsAllocated || pixel.bitsStored > highBit + 1)
         return EC_J2KUnsupportedBitDepth;
-    if ((samplesPerPixel != 1 && samplesPerPixel != 3) || rows < 1 || columns < 1)
+    if ((pixel.samplesPerPixel != 1 && pixel.samplesPerPixel != 3) || pixel.rows < 1 || pixel.columns < 1)
         return EC_J2KUnsupportedImageType;
     // subsampled or already transformed colour models have no place in uncompressed data
-    if (samplesPerPixel == 3 && photometric != "RGB" && photometric != "YBR_FULL")
+    if (pixel.samplesPerPixel == 3 && photometric != "RGB" && photometric != "YBR_FULL")
         return makeOFCondition(OFM_dcmjp2k, EC_J2KUnsupportedImageType.theCode, OF_error,
                                ("Unsupported type of image for JPEG 2000 compression: Photometric Interpretation " +
                                 photometric)
                                    .c_str());
-    Uint16 planar = 0;
-    if (samplesPerPixel == 3)
-        dataset->findAndGetUint16(DCM_PlanarConfiguration, planar);
-
-    frame.columns = columns;
-    frame.rows = rows;
-    frame.samplesPerPixel = samplesPerPixel;
-    frame.bytesPerSample = bitsAllocated / 8;
-    frame.planarConfiguration = planar == 1 ? 1 : 0;
+    frame.columns = pixel.columns;
+    frame.rows = pixel.rows;
+    frame.samplesPerPixel = pixel.samplesPerPixel;
+    frame.bytesPerSample = pixel.bitsAllocated / 8;
+    frame.planarConfiguration = (pixel.samplesPerPixel == 3 && pixel.planarConfiguration == 1) ? 1 : 0;
     frame.storedBits = Uint16(highBit + 1);
-    frame.isSigned = pixelRepresentation == 1;
-
-    Sint32 numberOfFrames = 1;
-    if (dataset->findAndGetSint32(DCM_NumberOfFrames, numberOfFrames).bad() || numberOfFrames < 1)
-        numberOfFrames = 1;
-    frames = Uint32(numberOfFrames);
+    frame.isSigned = pixel.pixelRepresentation == 1;
+    frames = (pixel.hasNumberOfFrames && pixel.numberOfFrames >= 1) ? Uint32(pixel.numberOfFrames) : 1;
     return EC_Normal;
 }
 
@@ -140,13 +122,9 @@ OFCondition D2Encoder::encode(const Uint16* pixelData, const Uint32 length, cons
         return EC_J2KLibraryNotInitialized;
     if (pixelData == NULL)
         return EC_IllegalCall;
-
-    DcmStack localStack(objStack);
-    (void)localStack.pop(); // the pixel data element
-    DcmObject* dobject = localStack.pop();
-    if (!dobject || (dobject->ident() != EVR_dataset && dobject->ident() != EVR_item))
+    DcmItem* dataset = D2FrameInfo::datasetOf(objStack);
+    if (dataset == NULL)
         return EC_InvalidTag;
-    DcmItem* dataset = static_cast<DcmItem*>(dobject);
     const D2CodecParameter& params = codecParameter(cp);
     const D2RepresentationParameter& rep = representationParameter(toRepParam);
     const bool lossless = m_supported == EXS_JPEG2000LosslessOnly || rep.useLosslessProcess();
@@ -157,20 +135,37 @@ OFCondition D2Encoder::encode(const Uint16* pixelData, const Uint32 length, cons
     OFCondition result = readFrameInfo(dataset, frame, frames, photometric);
     if (result.bad())
         return result;
-    const size_t frameSize = frame.frameSize();
-    if ((unsigned long long)frameSize * frames > length)
+    if ((unsigned long long)frame.frameSize() * frames > length)
         return EC_J2KUncompressedBufferTooSmall;
     const bool colorTransform =
-        frame.samplesPerPixel == 3 && photometric == "RGB" && params.colorTransform && rep.getColorTransform();
+        frame.samplesPerPixel == 3 && photometric == "RGB" && params.m_colorTransform && rep.getColorTransform();
 
-    DcmPixelSequence* sequence = new DcmPixelSequence(DCM_PixelSequenceTag);
-    DcmPixelItem* offsetTable = new DcmPixelItem(DCM_PixelItemTag);
-    sequence->insert(offsetTable);
-    DcmOffsetList offsetList;
+    DcmPixelSequence* sequence = NULL;
     unsigned long long compressedSize = 0;
+    D2CodestreamEncoder encoder(params, rep, lossless, colorTransform);
+    result = encodeFrames(encoder, params, reinterpret_cast<const Uint8*>(pixelData), length, frame, frames, sequence,
+                          compressedSize);
+    if (result.good())
+        result = updateImagePixelModule(dataset, frame, colorTransform, lossless);
+    // SOP Common and General Image: only on the main level of the dataset
+    if (result.good() && dataset->ident() == EVR_dataset)
+    {
+        const double uncompressedSize = double(frame.pixels()) * frame.samplesPerPixel * frame.storedBits * frames / 8.0;
+        const double ratio = compressedSize > 0 ? uncompressedSize / double(compressedSize) : 0.0;
+        result = updateSOPCommon(dataset, params, lossless, ratio);
+    }
+    if (result.good())
+        pixSeq = sequence;
+    else
+        delete sequence;
+    return result;
+}
 
+OFCondition D2Encoder::encodeFrames(const D2CodestreamEncoder& encoder, const D2CodecParameter& params,
+                                    const Uint8* pixels, Uint32 length, const D2FrameInfo& frame, Uint32 frames,
+                                    DcmPixelSequence*& sequence, unsigned long long& compressedSize)
+{
     // 8-bit samples sit in words in the local byte order; code them as bytes
-    const Uint8* pixels = reinterpret_cast<const Uint8*>(pixelData);
     std::vector<Uint8> swapped;
     if (frame.bytesPerSample == 1 && gLocalByteOrder == EBO_BigEndian)
     {
@@ -178,61 +173,58 @@ OFCondition D2Encoder::encode(const Uint16* pixelData, const Uint32 length, cons
         swapIfNecessary(EBO_LittleEndian, gLocalByteOrder, swapped.data(), length, sizeof(Uint16));
         pixels = swapped.data();
     }
-
-    D2CodestreamEncoder encoder(params, rep, lossless, colorTransform);
+    sequence = new DcmPixelSequence(DCM_PixelSequenceTag);
+    DcmPixelItem* offsetTable = new DcmPixelItem(DCM_PixelItemTag);
+    sequence->insert(offsetTable);
+    DcmOffsetList offsetList;
+    compressedSize = 0;
     std::vector<Uint8> codestream;
+    OFCondition result = EC_Normal;
     for (Uint32 f = 0; f < frames && result.good(); ++f)
     {
         D2J_DEBUG("JPEG 2000 encoder processes frame " << (f + 1) << " of " << frames);
-        result = encoder.encode(pixels + f * frameSize, frame, codestream);
+        result = encoder.encode(pixels + f * frame.frameSize(), frame, codestream);
         if (result.good())
         {
             compressedSize += codestream.size();
             result = sequence->storeCompressedFrame(offsetList, codestream.data(), Uint32(codestream.size()),
-                                                    params.fragmentSize);
+                                                    params.m_fragmentSize);
         }
     }
-    if (result.good() && params.createOffsetTable)
+    if (result.good() && params.m_createOffsetTable)
         result = offsetTable->createOffsetTable(offsetList);
-    if (result.bad())
-    {
-        delete sequence;
-        return result;
-    }
+    return result;
+}
 
-    // the Image Pixel Module of the compressed object
-    if (frame.samplesPerPixel == 3)
+OFCondition D2Encoder::updateImagePixelModule(DcmItem* dataset, const D2FrameInfo& frame, bool colorTransform,
+                                              bool lossless)
+{
+    if (frame.samplesPerPixel != 3)
     {
-        result = dataset->putAndInsertUint16(DCM_PlanarConfiguration, 0);
-        if (result.good() && colorTransform)
-            result = dataset->putAndInsertString(DCM_PhotometricInterpretation, lossless ? "YBR_RCT" : "YBR_ICT");
-    }
-    else
         delete dataset->remove(DCM_PlanarConfiguration);
-
-    // SOP Common and General Image: only on the main level of the dataset
-    if (result.good() && dataset->ident() == EVR_dataset)
-    {
-        const double uncompressedSize = double(frame.pixels()) * frame.samplesPerPixel * frame.storedBits * frames / 8.0;
-        const double ratio = compressedSize > 0 ? uncompressedSize / double(compressedSize) : 0.0;
-        const bool newUID = params.convertToSC || params.encoderUIDCreation == EJ2KUC_always ||
-                            (!lossless && params.encoderUIDCreation == EJ2KUC_default);
-        if (newUID)
-            result = DcmCodec::newInstance(dataset, "DCM", "121320", "Uncompressed predecessor");
-        if (result.good() && !lossless)
-        {
-            result = updateLossyCompressionRatio(dataset, ratio);
-            if (result.good() && params.updateDerivation)
-                result = updateDerivationDescription(dataset, ratio);
-        }
-        if (result.good() && params.convertToSC)
-            result = DcmCodec::convertToSecondaryCapture(dataset);
+        return EC_Normal;
     }
+    OFCondition result = dataset->putAndInsertUint16(DCM_PlanarConfiguration, 0);
+    if (result.good() && colorTransform)
+        result = dataset->putAndInsertString(DCM_PhotometricInterpretation, lossless ? "YBR_RCT" : "YBR_ICT");
+    return result;
+}
 
-    if (result.good())
-        pixSeq = sequence;
-    else
-        delete sequence;
+OFCondition D2Encoder::updateSOPCommon(DcmItem* dataset, const D2CodecParameter& params, bool lossless, double ratio)
+{
+    OFCondition result = EC_Normal;
+    const bool newUID = params.m_convertToSC || params.m_encoderUIDCreation == EJ2KUC_always ||
+                        (!lossless && params.m_encoderUIDCreation == EJ2KUC_default);
+    if (newUID)
+        result = DcmCodec::newInstance(dataset, "DCM", "121320", "Uncompressed predecessor");
+    if (result.good() && !lossless)
+    {
+        result = updateLossyCompressionRatio(dataset, ratio);
+        if (result.good() && params.m_updateDerivation)
+            result = updateDerivationDescription(dataset, ratio);
+    }
+    if (result.good() && params.m_convertToSC)
+        result = DcmCodec::convertToSecondaryCapture(dataset);
     return result;
 }
 

@@ -8,6 +8,7 @@
 #include "dcmtk/dcmdata/dccodec.h"
 
 class D2CodecParameter;
+class D2CodestreamEncoder;
 class D2RepresentationParameter;
 struct D2FrameInfo;
 
@@ -16,31 +17,31 @@ class D2Encoder : public DcmCodec
 public:
     // The encoder of one transfer syntax: EXS_JPEG2000LosslessOnly or EXS_JPEG2000.
     explicit D2Encoder(E_TransferSyntax supported);
-    virtual ~D2Encoder();
+    ~D2Encoder() override;
 
-    virtual OFCondition decode(const DcmRepresentationParameter* fromRepParam, DcmPixelSequence* pixSeq,
-                               DcmPolymorphOBOW& uncompressedPixelData, const DcmCodecParameter* cp,
-                               const DcmStack& objStack, OFBool& removeOldRep) const;
+    OFCondition decode(const DcmRepresentationParameter* fromRepParam, DcmPixelSequence* pixSeq,
+                       DcmPolymorphOBOW& uncompressedPixelData, const DcmCodecParameter* cp,
+                       const DcmStack& objStack, OFBool& removeOldRep) const override;
 
-    virtual OFCondition decodeFrame(const DcmRepresentationParameter* fromParam, DcmPixelSequence* fromPixSeq,
-                                    const DcmCodecParameter* cp, DcmItem* dataset, Uint32 frameNo,
-                                    Uint32& startFragment, void* buffer, Uint32 bufSize,
-                                    OFString& decompressedColorModel) const;
+    OFCondition decodeFrame(const DcmRepresentationParameter* fromParam, DcmPixelSequence* fromPixSeq,
+                            const DcmCodecParameter* cp, DcmItem* dataset, Uint32 frameNo,
+                            Uint32& startFragment, void* buffer, Uint32 bufSize,
+                            OFString& decompressedColorModel) const override;
 
-    virtual OFCondition encode(const Uint16* pixelData, const Uint32 length,
-                               const DcmRepresentationParameter* toRepParam, DcmPixelSequence*& pixSeq,
-                               const DcmCodecParameter* cp, DcmStack& objStack, OFBool& removeOldRep) const;
+    OFCondition encode(const Uint16* pixelData, const Uint32 length,
+                       const DcmRepresentationParameter* toRepParam, DcmPixelSequence*& pixSeq,
+                       const DcmCodecParameter* cp, DcmStack& objStack, OFBool& removeOldRep) const override;
 
-    virtual OFCondition encode(const E_TransferSyntax fromRepType, const DcmRepresentationParameter* fromRepParam,
-                               DcmPixelSequence* fromPixSeq, const DcmRepresentationParameter* toRepParam,
-                               DcmPixelSequence*& toPixSeq, const DcmCodecParameter* cp, DcmStack& objStack,
-                               OFBool& removeOldRep) const;
+    OFCondition encode(const E_TransferSyntax fromRepType, const DcmRepresentationParameter* fromRepParam,
+                       DcmPixelSequence* fromPixSeq, const DcmRepresentationParameter* toRepParam,
+                       DcmPixelSequence*& toPixSeq, const DcmCodecParameter* cp, DcmStack& objStack,
+                       OFBool& removeOldRep) const override;
 
-    virtual OFBool canChangeCoding(const E_TransferSyntax oldRepType, const E_TransferSyntax newRepType) const;
+    OFBool canChangeCoding(const E_TransferSyntax oldRepType, const E_TransferSyntax newRepType) const override;
 
-    virtual OFCondition determineDecompressedColorModel(const DcmRepresentationParameter* fromParam,
-                                                        DcmPixelSequence* fromPixSeq, const DcmCodecParameter* cp,
-                                                        DcmItem* dataset, OFString& decompressedColorModel) const;
+    OFCondition determineDecompressedColorModel(const DcmRepresentationParameter* fromParam,
+                                                DcmPixelSequence* fromPixSeq, const DcmCodecParameter* cp,
+                                                DcmItem* dataset, OFString& decompressedColorModel) const override;
 
 private:
     D2Encoder(const D2Encoder&);
@@ -48,6 +49,19 @@ private:
 
     // Reads the frame layout, the number of frames and the colour model from the dataset.
     static OFCondition readFrameInfo(DcmItem* dataset, D2FrameInfo& frame, Uint32& frames, OFString& photometric);
+
+    // Encodes every frame into a new pixel sequence (owned by the caller, also on failure)
+    // with its offset table; compressedSize receives the codestreams' total size.
+    static OFCondition encodeFrames(const D2CodestreamEncoder& encoder, const D2CodecParameter& params,
+                                    const Uint8* pixels, Uint32 length, const D2FrameInfo& frame, Uint32 frames,
+                                    DcmPixelSequence*& sequence, unsigned long long& compressedSize);
+
+    // Planar Configuration and Photometric Interpretation of the encoded object.
+    static OFCondition updateImagePixelModule(DcmItem* dataset, const D2FrameInfo& frame, bool colorTransform,
+                                              bool lossless);
+
+    // A new SOP Instance UID where asked, the lossy compression attributes, Secondary Capture.
+    static OFCondition updateSOPCommon(DcmItem* dataset, const D2CodecParameter& params, bool lossless, double ratio);
 
     // Lossy Image Compression, its ratio and method, as DICOM PS3.3 C.7.6.1.1.5 asks.
     static OFCondition updateLossyCompressionRatio(DcmItem* dataset, double ratio);

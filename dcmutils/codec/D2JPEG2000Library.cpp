@@ -7,11 +7,11 @@
 
 #include <cstdio>
 
-bool D2JPEG2000Library::initialized_ = false;
+bool D2JPEG2000Library::m_initialized = false;
 
 OFCondition D2JPEG2000Library::initialize()
 {
-    if (initialized_)
+    if (m_initialized)
         return EC_Normal;
     // strict decoding, which turns truncated codestreams into errors, came with 2.5
     int major = 0;
@@ -25,19 +25,19 @@ OFCondition D2JPEG2000Library::initialize()
         D2J_ERROR(text);
         return makeOFCondition(OFM_dcmjp2k, 8, OF_error, text.c_str());
     }
-    initialized_ = true;
+    m_initialized = true;
     D2J_DEBUG("JPEG 2000 library initialized: " << getLibraryVersionString());
     return EC_Normal;
 }
 
 void D2JPEG2000Library::cleanup()
 {
-    initialized_ = false;
+    m_initialized = false;
 }
 
 bool D2JPEG2000Library::isInitialized()
 {
-    return initialized_;
+    return m_initialized;
 }
 
 OFString D2JPEG2000Library::getLibraryVersionString()

@@ -22,7 +22,7 @@ public:
     static OFString getLibraryVersionString();
 
 private:
-    static bool initialized_;
+    static bool m_initialized;
 };
 
 #endif

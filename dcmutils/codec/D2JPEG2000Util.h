@@ -1,5 +1,5 @@
 // Shared definitions of the JPEG 2000 codec: option enumerations, error conditions and the
-// codec's logger.
+// codec's logger. OpenJPEG's own types stay in the codec's internal headers.
 #ifndef D2JPEG2000UTIL_H
 #define D2JPEG2000UTIL_H
 
@@ -7,8 +7,6 @@
 #include "dcmtk/ofstd/ofcond.h"
 #include "dcmtk/oflog/oflog.h"
 #include "dcmtk/ofstd/ofstring.h"
-
-#include <openjpeg.h>
 
 // When a codec assigns a new SOP Instance UID.
 enum J2K_UIDCreation
@@ -73,27 +71,5 @@ extern OFLogger D2J_LOGGER;
 #define D2J_DEBUG(msg) OFLOG_DEBUG(D2J_LOGGER, msg)
 #define D2J_WARN(msg) OFLOG_WARN(D2J_LOGGER, msg)
 #define D2J_ERROR(msg) OFLOG_ERROR(D2J_LOGGER, msg)
-
-// Collects what OpenJPEG reports while one codestream is coded: errors are kept for the
-// condition text, warnings go to the debug log.
-class D2MessageCollector
-{
-public:
-    D2MessageCollector() : m_errors() {}
-
-    void attach(opj_codec_t* codec);
-
-    // The errors of the run joined by "; ", or fallback when there was none.
-    OFString text(const char* fallback) const;
-
-    // An error condition "<what>: <messages>" of the given code.
-    OFCondition condition(unsigned short code, const char* what, const char* fallback) const;
-
-private:
-    static void error(const char* message, void* self);
-    static void warning(const char* message, void* self);
-
-    OFString m_errors;
-};
 
 #endif

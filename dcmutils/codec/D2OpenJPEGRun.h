@@ -6,6 +6,8 @@
 
 #include <cstddef>
 
+#include <sched.h>
+
 class D2OpenJPEGRun
 {
 public:
@@ -18,6 +20,10 @@ public:
             opj_destroy_codec(codec);
     }
 
+    /** Gives the codec worker threads: the number asked for, or with 0 as many as the process may
+     *  use cores (on one core none, and the calling thread does all the work). */
+    void setThreads(unsigned int threads);
+
     opj_codec_t* codec;
     opj_image_t* image;
 
@@ -25,5 +31,17 @@ private:
     D2OpenJPEGRun(const D2OpenJPEGRun&);
     D2OpenJPEGRun& operator=(const D2OpenJPEGRun&);
 };
+
+inline void D2OpenJPEGRun::setThreads(unsigned int threads)
+{
+    if (threads == 0)
+    {
+        cpu_set_t set;
+        const int cores = sched_getaffinity(0, sizeof(set), &set) == 0 ? CPU_COUNT(&set) : 1;
+        threads = cores > 1 ? unsigned(cores) : 0;
+    }
+    if (threads > 1 && opj_has_thread_support())
+        opj_codec_set_threads(codec, int(threads));
+}
 
 #endif

@@ -3,21 +3,21 @@
 D2RepresentationParameter::D2RepresentationParameter(double rate, unsigned int psnr, bool lossless,
                                                      const std::string& comment, bool colorTransform)
 : DcmRepresentationParameter()
-, rate_(rate)
-, psnr_(psnr)
-, lossless_(lossless)
-, comment_(comment)
-, colorTransform_(colorTransform)
+, m_rate(rate)
+, m_psnr(psnr)
+, m_lossless(lossless)
+, m_comment(comment)
+, m_colorTransform(colorTransform)
 {
 }
 
 D2RepresentationParameter::D2RepresentationParameter(const D2RepresentationParameter& arg)
 : DcmRepresentationParameter(arg)
-, rate_(arg.rate_)
-, psnr_(arg.psnr_)
-, lossless_(arg.lossless_)
-, comment_(arg.comment_)
-, colorTransform_(arg.colorTransform_)
+, m_rate(arg.m_rate)
+, m_psnr(arg.m_psnr)
+, m_lossless(arg.m_lossless)
+, m_comment(arg.m_comment)
+, m_colorTransform(arg.m_colorTransform)
 {
 }
 
@@ -41,6 +41,6 @@ OFBool D2RepresentationParameter::operator==(const DcmRepresentationParameter& a
     if (argname == NULL || OFString(argname) != className())
         return OFFalse;
     const D2RepresentationParameter& other = static_cast<const D2RepresentationParameter&>(arg);
-    return rate_ == other.rate_ && psnr_ == other.psnr_ && lossless_ == other.lossless_ &&
-           comment_ == other.comment_ && colorTransform_ == other.colorTransform_;
+    return m_rate == other.m_rate && m_psnr == other.m_psnr && m_lossless == other.m_lossless &&
+           m_comment == other.m_comment && m_colorTransform == other.m_colorTransform;
 }

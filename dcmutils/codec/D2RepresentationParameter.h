@@ -22,27 +22,27 @@ public:
 
     D2RepresentationParameter(const D2RepresentationParameter& arg);
 
-    virtual ~D2RepresentationParameter();
+    ~D2RepresentationParameter() override;
 
-    virtual DcmRepresentationParameter* clone() const;
-    virtual const char* className() const;
-    virtual OFBool operator==(const DcmRepresentationParameter& arg) const;
+    DcmRepresentationParameter* clone() const override;
+    const char* className() const override;
+    OFBool operator==(const DcmRepresentationParameter& arg) const override;
 
-    double getRate() const { return rate_; }
-    unsigned int getPSNR() const { return psnr_; }
+    double getRate() const { return m_rate; }
+    unsigned int getPSNR() const { return m_psnr; }
     // true when the coding is lossless: asked for, or a rate of 1.0 or more
-    bool useLosslessProcess() const { return lossless_ || rate_ >= 1.0; }
-    const std::string& getComment() const { return comment_; }
-    bool getColorTransform() const { return colorTransform_; }
+    bool useLosslessProcess() const { return m_lossless || m_rate >= 1.0; }
+    const std::string& getComment() const { return m_comment; }
+    bool getColorTransform() const { return m_colorTransform; }
 
 private:
     D2RepresentationParameter& operator=(const D2RepresentationParameter&);
 
-    double rate_;
-    unsigned int psnr_;
-    bool lossless_;
-    std::string comment_;
-    bool colorTransform_;
+    double m_rate;
+    unsigned int m_psnr;
+    bool m_lossless;
+    std::string m_comment;
+    bool m_colorTransform;
 };
 
 #endif

@@ -16,7 +16,7 @@ public:
     // uidCreation          new SOP Instance UID after decoding: only with "always"
     // planarConfiguration  layout of decoded colour images
     // qualityLayers        quality layers to decode, 0: all (OpenJPEG's layer limit)
-    // threads              OpenJPEG worker threads, 0: the calling thread only
+    // threads              OpenJPEG worker threads; 0: one per core (none on one core)
     // strictDecoding       truncated or damaged codestreams fail instead of decoding partly
     // acceptJP2            accept codestreams wrapped in a JP2 file header
     static void registerCodecs(J2K_UIDCreation uidCreation = EJ2KUC_default,
@@ -27,10 +27,10 @@ public:
     static void cleanup();
 
 private:
-    static bool registered_;
-    static D2CodecParameter* cp_;
-    static D2Decoder* losslessDecoder_;
-    static D2Decoder* lossyDecoder_;
+    static bool m_registered;
+    static D2CodecParameter* m_codecParameter;
+    static D2Decoder* m_losslessDecoder;
+    static D2Decoder* m_lossyDecoder;
 };
 
 #endif

@@ -2,10 +2,10 @@
 #include "dcmutils/codec/D2CodecParameter.h"
 #include "dcmutils/codec/D2Encoder.h"
 
-bool O2EncoderRegistration::registered_ = false;
-D2CodecParameter* O2EncoderRegistration::cp_ = NULL;
-D2Encoder* O2EncoderRegistration::losslessEncoder_ = NULL;
-D2Encoder* O2EncoderRegistration::lossyEncoder_ = NULL;
+bool O2EncoderRegistration::m_registered = false;
+D2CodecParameter* O2EncoderRegistration::m_codecParameter = NULL;
+D2Encoder* O2EncoderRegistration::m_losslessEncoder = NULL;
+D2Encoder* O2EncoderRegistration::m_lossyEncoder = NULL;
 
 void O2EncoderRegistration::registerCodecs(
     const OFList<double>& layerRates, unsigned int tileWidth, unsigned int tileHeight, unsigned int tileOriginX,
@@ -22,62 +22,62 @@ void O2EncoderRegistration::registerCodecs(
     bool /* acceptWrongPaletteTags */, bool /* acrNemaCompatibility */, bool /* realLossless */,
     bool updateDerivation, bool verifyLossless)
 {
-    if (registered_)
+    if (m_registered)
         return;
-    cp_ = new D2CodecParameter();
+    m_codecParameter = new D2CodecParameter();
     for (OFListConstIterator(double) it = layerRates.begin(); it != layerRates.end(); ++it)
-        cp_->layerRates.push_back(*it);
-    cp_->tileWidth = tileWidth;
-    cp_->tileHeight = tileHeight;
-    cp_->tileOriginX = tileOriginX;
-    cp_->tileOriginY = tileOriginY;
-    cp_->maxComponentSize = maxComponentSize;
-    cp_->maxCodestreamSize = maxCodestreamSize;
-    cp_->codeBlockWidthExponent = codeBlockWidthExponent;
-    cp_->codeBlockHeightExponent = codeBlockHeightExponent;
-    cp_->precinctWidthExponent = precinctWidthExponent;
-    cp_->precinctHeightExponent = precinctHeightExponent;
-    cp_->selectiveBypass = selectiveBypass;
-    cp_->resetContexts = resetContexts;
-    cp_->terminateEachPass = terminateEachPass;
-    cp_->verticallyCausal = verticallyCausal;
-    cp_->progression = progression;
-    cp_->resolutions = resolutions;
-    cp_->guardBits = guardBits;
-    cp_->predictableTermination = predictableTermination;
-    cp_->segmentationSymbols = segmentationSymbols;
-    cp_->sopMarkers = sopMarkers;
-    cp_->ephMarkers = ephMarkers;
-    cp_->colorTransform = colorTransform;
-    cp_->tlmMarkers = tlmMarkers;
-    cp_->irreversibleLossy = irreversibleLossy;
-    cp_->bitDepthMode = bitDepthMode;
-    cp_->bitDepth = bitDepth;
-    cp_->fragmentSize = fragmentSize;
-    cp_->createOffsetTable = createOffsetTable;
-    cp_->encoderUIDCreation = uidCreation;
-    cp_->convertToSC = convertToSC;
-    cp_->updateDerivation = updateDerivation;
-    cp_->verifyLossless = verifyLossless;
+        m_codecParameter->m_layerRates.push_back(*it);
+    m_codecParameter->m_tileWidth = tileWidth;
+    m_codecParameter->m_tileHeight = tileHeight;
+    m_codecParameter->m_tileOriginX = tileOriginX;
+    m_codecParameter->m_tileOriginY = tileOriginY;
+    m_codecParameter->m_maxComponentSize = maxComponentSize;
+    m_codecParameter->m_maxCodestreamSize = maxCodestreamSize;
+    m_codecParameter->m_codeBlockWidthExponent = codeBlockWidthExponent;
+    m_codecParameter->m_codeBlockHeightExponent = codeBlockHeightExponent;
+    m_codecParameter->m_precinctWidthExponent = precinctWidthExponent;
+    m_codecParameter->m_precinctHeightExponent = precinctHeightExponent;
+    m_codecParameter->m_selectiveBypass = selectiveBypass;
+    m_codecParameter->m_resetContexts = resetContexts;
+    m_codecParameter->m_terminateEachPass = terminateEachPass;
+    m_codecParameter->m_verticallyCausal = verticallyCausal;
+    m_codecParameter->m_progression = progression;
+    m_codecParameter->m_resolutions = resolutions;
+    m_codecParameter->m_guardBits = guardBits;
+    m_codecParameter->m_predictableTermination = predictableTermination;
+    m_codecParameter->m_segmentationSymbols = segmentationSymbols;
+    m_codecParameter->m_sopMarkers = sopMarkers;
+    m_codecParameter->m_ephMarkers = ephMarkers;
+    m_codecParameter->m_colorTransform = colorTransform;
+    m_codecParameter->m_tlmMarkers = tlmMarkers;
+    m_codecParameter->m_irreversibleLossy = irreversibleLossy;
+    m_codecParameter->m_bitDepthMode = bitDepthMode;
+    m_codecParameter->m_bitDepth = bitDepth;
+    m_codecParameter->m_fragmentSize = fragmentSize;
+    m_codecParameter->m_createOffsetTable = createOffsetTable;
+    m_codecParameter->m_encoderUIDCreation = uidCreation;
+    m_codecParameter->m_convertToSC = convertToSC;
+    m_codecParameter->m_updateDerivation = updateDerivation;
+    m_codecParameter->m_verifyLossless = verifyLossless;
 
-    losslessEncoder_ = new D2Encoder(EXS_JPEG2000LosslessOnly);
-    lossyEncoder_ = new D2Encoder(EXS_JPEG2000);
-    DcmCodecList::registerCodec(losslessEncoder_, NULL, cp_);
-    DcmCodecList::registerCodec(lossyEncoder_, NULL, cp_);
-    registered_ = true;
+    m_losslessEncoder = new D2Encoder(EXS_JPEG2000LosslessOnly);
+    m_lossyEncoder = new D2Encoder(EXS_JPEG2000);
+    DcmCodecList::registerCodec(m_losslessEncoder, NULL, m_codecParameter);
+    DcmCodecList::registerCodec(m_lossyEncoder, NULL, m_codecParameter);
+    m_registered = true;
 }
 
 void O2EncoderRegistration::cleanup()
 {
-    if (!registered_)
+    if (!m_registered)
         return;
-    DcmCodecList::deregisterCodec(losslessEncoder_);
-    DcmCodecList::deregisterCodec(lossyEncoder_);
-    delete losslessEncoder_;
-    delete lossyEncoder_;
-    delete cp_;
-    losslessEncoder_ = NULL;
-    lossyEncoder_ = NULL;
-    cp_ = NULL;
-    registered_ = false;
+    DcmCodecList::deregisterCodec(m_losslessEncoder);
+    DcmCodecList::deregisterCodec(m_lossyEncoder);
+    delete m_losslessEncoder;
+    delete m_lossyEncoder;
+    delete m_codecParameter;
+    m_losslessEncoder = NULL;
+    m_lossyEncoder = NULL;
+    m_codecParameter = NULL;
+    m_registered = false;
 }

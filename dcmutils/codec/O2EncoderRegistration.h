@@ -71,10 +71,10 @@ public:
     static void cleanup();
 
 private:
-    static bool registered_;
-    static D2CodecParameter* cp_;
-    static D2Encoder* losslessEncoder_;
-    static D2Encoder* lossyEncoder_;
+    static bool m_registered;
+    static D2CodecParameter* m_codecParameter;
+    static D2Encoder* m_losslessEncoder;
+    static D2Encoder* m_lossyEncoder;
 };
 
 #endif

@@ -15,6 +15,8 @@ using namespace fixtures;
 
 namespace {
 
+const ObjectSpec defaults;
+
 std::unique_ptr<DcmFileFormat> target(const std::string& sopClass = "1.2.840.10008.5.1.4.1.1.2")
 {
     ObjectSpec spec;
@@ -30,31 +32,30 @@ std::string value(DcmItem& item, const DcmTagKey& key)
     return item.findAndGetOFStringArray(key, v).good() ? v.c_str() : "<missing>";
 }
 
-std::vector<DcmTagKey> keys(const std::list<DcmTagKey>& list)
+OFCondition apply(DcmFileFormat& object, KqRWriter& kqr, std::list<DcmTagKey>* modified = nullptr)
 {
-    return std::vector<DcmTagKey>(list.begin(), list.end());
+    return applyModifications(*object.getDataset(), *kqr.fileFormat().getDataset(), modified);
 }
 
-const ObjectSpec defaults;
+// Appends an item to the nested change sequence of a KqR item (series items to the change item).
+DcmItem* appendNested(DcmItem& parent, unsigned short sequence)
+{
+    DcmItem* item = nullptr;
+    EXPECT_TRUE(KQItem(parent).findOrCreateKQSequenceItem(sequence, item, -2).good());
+    return item;
+}
 
 } // namespace
-
-TEST(SoftEdit, NothingToApply)
-{
-    auto object = target();
-    const std::string before = value(*object->getDataset(), DCM_PatientName);
-    KqRWriter kqr;
-    std::list<DcmTagKey> modified;
-    EXPECT_TRUE(applyModifications(*object->getDataset(), *kqr.fileFormat().getDataset(), &modified).good());
-    EXPECT_TRUE(modified.empty());
-    EXPECT_EQ(before, value(*object->getDataset(), DCM_PatientName));
-}
 
 TEST(SoftEdit, StudySeriesAndInstanceLevelsInWritingOrder)
 {
     auto object = target();
     DcmDataset& ds = *object->getDataset();
     KqRWriter kqr;
+    std::list<DcmTagKey> modified;
+    ASSERT_TRUE(apply(*object, kqr, &modified).good()); // nothing to apply
+    EXPECT_TRUE(modified.empty());
+
     ASSERT_TRUE(kqr.setStudyAttribute(DCM_PatientName, "Study^Name").good());
     ASSERT_TRUE(kqr.setStudyAttribute(DCM_SeriesDescription, "from study").good());
     // a series item for another series is not applied, nor its instance items
@@ -63,78 +64,57 @@ TEST(SoftEdit, StudySeriesAndInstanceLevelsInWritingOrder)
     ASSERT_TRUE(kqr.setInstanceAttribute(defaults.seriesUID.c_str(), defaults.sopInstanceUID.c_str(),
                                          DCM_InstanceNumber, "7")
                     .good());
-
-    std::list<DcmTagKey> modified;
-    ASSERT_TRUE(applyModifications(ds, *kqr.fileFormat().getDataset(), &modified).good());
+    ASSERT_TRUE(apply(*object, kqr, &modified).good());
     EXPECT_EQ("Study^Name", value(ds, DCM_PatientName));
     EXPECT_EQ("from series", value(ds, DCM_SeriesDescription));
     EXPECT_EQ("7", value(ds, DCM_InstanceNumber));
-
-    // the change item's private creator is copied like any other attribute; the nested
+    // each item's own creator and matching UID are copied like any attribute, the nested
     // sequences are not
-    DcmItem* change = nullptr;
-    ASSERT_TRUE(kqr.changeItem(change).good());
-    KQItem block(*change);
-    const DcmTagKey creator = DcmTagKey(KQ_PRIVATE_GROUP, block.getTag(0).getElement() >> 8);
-    const DcmTagKey seriesDesc = DCM_SeriesDescription;
-    std::vector<DcmTagKey> expected{DCM_PatientName, DCM_SeriesDescription, creator,
-                                    // series item: its creator, the matching UID, the attribute
-                                    creator, DCM_SeriesInstanceUID, seriesDesc,
-                                    // instance item
-                                    DCM_SOPInstanceUID, DCM_InstanceNumber};
-    std::sort(expected.begin(), expected.begin() + 3);
-    std::sort(expected.begin() + 3, expected.begin() + 6);
-    std::sort(expected.begin() + 6, expected.end());
-    EXPECT_EQ(expected, keys(modified));
-    DcmElement* nested = nullptr;
-    EXPECT_TRUE(ds.findAndGetElement(DcmTagKey(KQ_PRIVATE_GROUP, block.getTag(KQ_SERIES_SEQUENCE).getElement()),
-                                     nested)
-                    .bad());
+    const DcmTagKey creator(KQ_PRIVATE_GROUP, 0x0010);
+    const std::list<DcmTagKey> expected{DCM_SeriesDescription, DCM_PatientName,       creator,
+                                        DCM_SeriesDescription, DCM_SeriesInstanceUID, creator,
+                                        DCM_SOPInstanceUID,    DCM_InstanceNumber};
+    EXPECT_EQ(expected, modified);
+    EXPECT_FALSE(ds.tagExists(DcmTagKey(KQ_PRIVATE_GROUP, 0x1000 | KQ_SERIES_SEQUENCE)));
 }
 
 TEST(SoftEdit, MatchingRules)
 {
-    // a target without Series Instance UID gets the study level only
+    struct Case
     {
-        auto object = target();
-        DcmDataset& ds = *object->getDataset();
-        delete ds.remove(DCM_SeriesInstanceUID);
-        KqRWriter kqr;
-        kqr.setStudyAttribute(DCM_PatientID, "P2");
-        kqr.setSeriesAttribute(defaults.seriesUID.c_str(), DCM_SeriesDescription, "x");
-        std::list<DcmTagKey> modified;
-        EXPECT_TRUE(applyModifications(ds, *kqr.fileFormat().getDataset(), &modified).good());
-        EXPECT_EQ("P2", value(ds, DCM_PatientID));
-        EXPECT_EQ("<missing>", value(ds, DCM_SeriesDescription));
-    }
-    // a series item without its UID before the matching one fails the whole call
+        const char* what;
+        bool targetHasSeriesUID;
+        const char* firstItemUID; // series item before the one the writer makes; null: none
+        OFCondition result;
+        const char* description;
+    };
+    const Case cases[] = {
+        {"a target without Series Instance UID gets the study level only", false, nullptr, EC_Normal, "study"},
+        {"an item without its UID before the matching one fails the call", true, "", EC_TagNotFound, "study"},
+        {"of two items with the same UID only the first applies", true, defaults.seriesUID.c_str(), EC_Normal, "first"},
+    };
+    for (const Case& c : cases)
     {
+        SCOPED_TRACE(c.what);
         auto object = target();
+        if (!c.targetHasSeriesUID)
+            delete object->getDataset()->remove(DCM_SeriesInstanceUID);
         KqRWriter kqr;
+        kqr.setStudyAttribute(DCM_SeriesDescription, "study");
         DcmItem* change = nullptr;
         ASSERT_TRUE(kqr.changeItem(change).good());
-        KQItem block(*change);
-        DcmItem* broken = nullptr;
-        ASSERT_TRUE(block.findOrCreateKQSequenceItem(KQ_SERIES_SEQUENCE, broken, -2).good());
-        broken->putAndInsertString(DCM_SeriesDescription, "no uid");
-        kqr.setSeriesAttribute(defaults.seriesUID.c_str(), DCM_SeriesDescription, "good");
-        EXPECT_EQ(EC_TagNotFound,
-                  applyModifications(*object->getDataset(), *kqr.fileFormat().getDataset(), nullptr));
-    }
-    // two series items with the same UID: only the first is applied
-    {
-        auto object = target();
-        KqRWriter kqr;
-        kqr.setSeriesAttribute(defaults.seriesUID.c_str(), DCM_SeriesDescription, "first");
-        DcmItem* change = nullptr;
-        ASSERT_TRUE(kqr.changeItem(change).good());
-        KQItem block(*change);
-        DcmItem* second = nullptr;
-        ASSERT_TRUE(block.findOrCreateKQSequenceItem(KQ_SERIES_SEQUENCE, second, -2).good());
+        if (c.firstItemUID)
+        {
+            DcmItem* first = appendNested(*change, KQ_SERIES_SEQUENCE);
+            if (*c.firstItemUID)
+                first->putAndInsertString(DCM_SeriesInstanceUID, c.firstItemUID);
+            first->putAndInsertString(DCM_SeriesDescription, "first");
+        }
+        DcmItem* second = appendNested(*change, KQ_SERIES_SEQUENCE);
         second->putAndInsertString(DCM_SeriesInstanceUID, defaults.seriesUID.c_str());
         second->putAndInsertString(DCM_SeriesDescription, "second");
-        ASSERT_TRUE(applyModifications(*object->getDataset(), *kqr.fileFormat().getDataset()).good());
-        EXPECT_EQ("first", value(*object->getDataset(), DCM_SeriesDescription));
+        EXPECT_EQ(c.result, apply(*object, kqr));
+        EXPECT_EQ(c.description, value(*object->getDataset(), DCM_SeriesDescription));
     }
 }
 
@@ -142,57 +122,76 @@ TEST(SoftEdit, NonImageObjectsKeepTheirModality)
 {
     KqRWriter kqr;
     kqr.setStudyAttribute(DCM_Modality, "CT");
-    kqr.setStudyAttribute(DCM_PatientName, "X");
-
-    auto image = target("1.2.840.10008.5.1.4.1.1.4");
-    std::list<DcmTagKey> modified;
-    ASSERT_TRUE(applyModifications(*image->getDataset(), *kqr.fileFormat().getDataset(), &modified).good());
-    EXPECT_EQ("CT", value(*image->getDataset(), DCM_Modality));
-    EXPECT_NE(modified.end(), std::find(modified.begin(), modified.end(), DCM_Modality));
-
-    for (const char* sr : {"1.2.840.10008.5.1.4.1.1.88.33", "1.2.840.10008.5.1.4.1.1.11.1",
-                           "1.2.840.10008.5.1.4.1.1.104.1", "1.2.840.10008.5.1.4.1.1.66.2"})
+    const std::pair<const char*, const char*> cases[] = {
+        {"1.2.840.10008.5.1.4.1.1.4", "CT"},      // MR image
+        {"1.2.840.10008.5.1.4.1.1.88.3", "CT"},   // not in the list
+        {"1.2.840.10008.5.1.4.1.1.88.33", "MR"},  // Comprehensive SR
+        {"1.2.840.10008.5.1.4.1.1.11.1", "MR"},   // Grayscale Softcopy Presentation State
+        {"1.2.840.10008.5.1.4.1.1.104.1", "MR"},  // Encapsulated PDF
+        {"1.2.840.10008.5.1.4.1.1.66.2", "MR"}};  // Spatial Fiducials
+    for (const auto& c : cases)
     {
-        auto object = target(sr);
-        modified.clear();
-        ASSERT_TRUE(applyModifications(*object->getDataset(), *kqr.fileFormat().getDataset(), &modified).good());
-        EXPECT_EQ("MR", value(*object->getDataset(), DCM_Modality)) << sr;
-        EXPECT_EQ(modified.end(), std::find(modified.begin(), modified.end(), DCM_Modality)) << sr;
-        EXPECT_EQ("X", value(*object->getDataset(), DCM_PatientName));
+        SCOPED_TRACE(c.first);
+        auto object = target(c.first);
+        std::list<DcmTagKey> modified;
+        ASSERT_TRUE(apply(*object, kqr, &modified).good());
+        EXPECT_EQ(c.second, value(*object->getDataset(), DCM_Modality));
+        EXPECT_EQ(std::string(c.second) == "CT", std::count(modified.begin(), modified.end(), DCM_Modality) == 1);
     }
-    EXPECT_FALSE(isNonImageSOPClass("1.2.840.10008.5.1.4.1.1.88.3"));
-    EXPECT_FALSE(isNonImageSOPClass(""));
 }
 
-TEST(SoftEdit, UncopyableElementFailsAfterEarlierCopies)
+TEST(SoftEdit, CorruptedChangeData)
 {
-    auto object = target();
-    KqRWriter kqr;
-    DcmItem* change = nullptr;
-    ASSERT_TRUE(kqr.changeItem(change).good());
-    change->putAndInsertString(DCM_PatientName, "Before^OB");
-    const Uint8 bytes[] = {1, 2};
-    change->putAndInsertUint8Array(DCM_ICCProfile, bytes, 2);
-    std::list<DcmTagKey> modified;
-    EXPECT_EQ(EC_CorruptedData,
-              applyModifications(*object->getDataset(), *kqr.fileFormat().getDataset(), &modified));
-    EXPECT_EQ("Before^OB", value(*object->getDataset(), DCM_PatientName));
+    // an element copyElement cannot copy fails the call after the earlier copies
+    {
+        auto object = target();
+        KqRWriter kqr;
+        DcmItem* change = nullptr;
+        ASSERT_TRUE(kqr.changeItem(change).good());
+        change->putAndInsertString(DCM_PatientName, "Before^OB");
+        const Uint8 bytes[] = {1, 2};
+        change->putAndInsertUint8Array(DCM_ICCProfile, bytes, 2);
+        EXPECT_EQ(EC_CorruptedData, apply(*object, kqr));
+        EXPECT_EQ("Before^OB", value(*object->getDataset(), DCM_PatientName));
+    }
+    // a nested change sequence's tag holding an element of another VR is never taken for a sequence
+    for (const unsigned short nested : {KQ_SERIES_SEQUENCE, KQ_INSTANCE_SEQUENCE})
+    {
+        SCOPED_TRACE(nested);
+        auto object = target();
+        KqRWriter kqr;
+        ASSERT_TRUE(kqr.setInstanceAttribute(defaults.seriesUID.c_str(), defaults.sopInstanceUID.c_str(),
+                                             DCM_InstanceNumber, "5")
+                        .good());
+        DcmItem* holder = nullptr;
+        const OFCondition found = nested == KQ_SERIES_SEQUENCE
+                                      ? kqr.changeItem(holder)
+                                      : kqr.seriesItem(defaults.seriesUID.c_str(), holder);
+        ASSERT_TRUE(found.good());
+        const DcmTagKey key(KQ_PRIVATE_GROUP, 0x1000 | nested); // the writer's items use block 0x10
+        ASSERT_TRUE(holder->findAndDeleteElement(key).good());
+        DcmTag tag(key, EVR_OB);
+        tag.setPrivateCreator(KQ_PRIVATE_CREATOR);
+        DcmElement* binary = new DcmOtherByteOtherWord(tag);
+        const Uint8 bytes[] = {0xFE, 0xFF, 0x00, 0xE0};
+        binary->putUint8Array(bytes, 4);
+        ASSERT_TRUE(holder->insert(binary).good());
+        EXPECT_EQ(EC_CorruptedData, apply(*object, kqr));
+    }
 }
 
-TEST(SoftEdit, SequencesAreCopiedDeeplyAndReplace)
+TEST(SoftEdit, SequencesAreCopiedDeeply)
 {
     auto object = target();
-    DcmDataset& ds = *object->getDataset();
     KqRWriter kqr;
     DcmItem* change = nullptr;
     ASSERT_TRUE(kqr.changeItem(change).good());
     DcmItem* ref = nullptr;
     ASSERT_TRUE(change->findOrCreateSequenceItem(DCM_ReferencedStudySequence, ref, -2).good());
     ref->putAndInsertString(DCM_ReferencedSOPInstanceUID, "1.2.3");
-    ASSERT_TRUE(applyModifications(ds, *kqr.fileFormat().getDataset()).good());
-    // changing the KqR afterwards does not reach into the target
+    ASSERT_TRUE(apply(*object, kqr).good());
     ref->putAndInsertString(DCM_ReferencedSOPInstanceUID, "4.5.6");
     const char* uid = nullptr;
-    ASSERT_TRUE(ds.findAndGetString(DCM_ReferencedSOPInstanceUID, uid, OFTrue).good());
+    ASSERT_TRUE(object->getDataset()->findAndGetString(DCM_ReferencedSOPInstanceUID, uid, OFTrue).good());
     EXPECT_STREQ("1.2.3", uid);
 }

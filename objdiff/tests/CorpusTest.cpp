@@ -44,20 +44,3 @@ TEST(ObjectComparatorCorpus, EveryReadableFileEqualsItself)
                                   EXS_RLELossless})
         EXPECT_EQ(syntaxes.count(xfer), 1u) << DcmXfer(xfer).getXferName();
 }
-
-TEST(ObjectComparatorCorpus, VerboseWalkOfFilesWithSequencesAndPrivateData)
-{
-    // sequences (also undefined-length and UN-encoded ones), private blocks and multi-frame data
-    for (const char* name : {"rtplan.dcm", "nested_priv_SQ.dcm", "UN_sequence.dcm", "test-SR.dcm",
-                             "SC_rgb_rle_2frame.dcm", "waveform_ecg.dcm", "image_dfl.dcm"})
-    {
-        const std::string path = fixtures::corpusFile(name);
-        IgnoreTags rules;
-        ObjectComparator comparator(rules);
-        comparator.verbose = true;
-        bool equal = false;
-        Captured c = capture([&] { equal = comparator.compareObjects(path.c_str(), NULL, path.c_str(), NULL, OC_MODE_BINARY); });
-        EXPECT_TRUE(equal) << name << c.err;
-        EXPECT_NE(c.out.find("DEBUG: comparing "), std::string::npos) << name;
-    }
-}

@@ -67,12 +67,7 @@ inline std::string stringOf(DcmItem& item, const DcmTagKey& key)
     return v ? v : "";
 }
 
-inline bool has(DcmItem& item, const DcmTagKey& key)
-{
-    return item.tagExists(key);
-}
-
-// Keys of the top-level elements of group F215, in item order.
+// Element numbers of the top-level elements of group F215, in item order.
 inline std::vector<Uint16> privateElements(DcmItem& item)
 {
     std::vector<Uint16> elements;
@@ -82,7 +77,7 @@ inline std::vector<Uint16> privateElements(DcmItem& item)
     return elements;
 }
 
-// Appends a fresh item to a sequence element created at (F215,<element>) or any public tag.
+// Appends a fresh item to a sequence element at seqKey (created when missing).
 inline DcmItem* appendItem(DcmItem& parent, const DcmTagKey& seqKey)
 {
     DcmItem* item = NULL;

@@ -1,10 +1,12 @@
-// End to end: a KqR file recorded at one UTC offset, applied by applyChanges to a study whose
-// objects sit at different offsets, writes each object's values in its own offset.
+// A KqR file recorded at one UTC offset, applied by applyChanges to a study whose objects sit
+// at different offsets, writes each object's values in its own offset.
 #include "tests/fixtures/Fixtures.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 
 #include <gtest/gtest.h>
+
+#include <ctime>
 
 using namespace fixtures;
 
@@ -25,58 +27,65 @@ std::string dateTime(const std::string& path, const DcmTagKey& date, const DcmTa
     return attribute(path, date) + " " + attribute(path, time);
 }
 
+// 2019-12-31 23:30 UTC as "YYYYMMDD HHMMSS" on the machine's own clock (no TZ).
+std::string midnightHalfHourOnMachineClock()
+{
+    tm utc = {};
+    utc.tm_year = 119;
+    utc.tm_mon = 11;
+    utc.tm_mday = 31;
+    utc.tm_hour = 23;
+    utc.tm_min = 30;
+    const time_t moment = timegm(&utc);
+    std::string text;
+    {
+        ScopedEnv noZone("TZ", nullptr);
+        tzset();
+        tm local;
+        localtime_r(&moment, &local);
+        char buffer[32];
+        strftime(buffer, sizeof(buffer), "%Y%m%d %H%M%S", &local);
+        text = buffer;
+    }
+    tzset();
+    return text;
+}
+
 } // namespace
 
 TEST(ApplyChangesOffsets, EachObjectGetsTheValuesInItsOwnOffset)
 {
-    ScopedEnv zone("TZ", "XXX+3"); // the local zone of the programs run below
-
+    ScopedEnv zone("TZ", "XXX+3"); // the programs' TZ: not the zone of an object without offset
     TempDir kqrDir;
     TempDir study;
-    const std::vector<std::string> offsets = {"+0000", "+0530", "-0800", ""};
+    const std::vector<std::string> offsets = {"+0000", "+0530", "-0800", "", "+0100"};
     for (size_t i = 0; i < offsets.size(); ++i)
         ASSERT_TRUE(writeObject(study.file("IM" + std::to_string(i + 1)), objectAt(offsets[i], int(i + 1))));
 
     const std::string kqr = kqrDir.file("edit.kqr");
-    const std::string series2 = objectAt("", 2).seriesUID;
-    RunResult r = run({program("makeKqR"), "-z", "+0100", "-m", "StudyDate=20200101", "-m", "StudyTime=003000",
-                       "-S", series2, "-m", "SeriesDate=20200301", "-m", "SeriesTime=0015", kqr});
+    RunResult r = run({program("makeKqR"), "-z", "+0100", "-m", "StudyDate=20200101", "-m", "StudyTime=003000.25",
+                       "-S", objectAt("", 2).seriesUID, "-m", "SeriesDate=20200301", "-m", "SeriesTime=0015", kqr});
     ASSERT_EQ(0, r.status) << r.err;
-    EXPECT_EQ("+0100", attribute(kqr, DCM_TimezoneOffsetFromUTC));
     const std::string kqrBefore = readFile(kqr);
 
     r = run({program("applyChanges"), "-p", kqr, "-d", study.path()});
     ASSERT_EQ(0, r.status) << r.err;
     EXPECT_EQ("", r.err);
-
-    EXPECT_EQ("20191231 233000", dateTime(study.file("IM1"), DCM_StudyDate, DCM_StudyTime));
-    EXPECT_EQ("20200101 050000", dateTime(study.file("IM2"), DCM_StudyDate, DCM_StudyTime));
-    EXPECT_EQ("20191231 153000", dateTime(study.file("IM3"), DCM_StudyDate, DCM_StudyTime));
-    // Without an offset an object is in the local time of the run.
-    EXPECT_EQ("20191231 203000", dateTime(study.file("IM4"), DCM_StudyDate, DCM_StudyTime));
-    // Series-level values are converted too, in their own precision.
-    EXPECT_EQ("20200301 0445", dateTime(study.file("IM2"), DCM_SeriesDate, DCM_SeriesTime));
-    EXPECT_EQ("<missing> <missing>", dateTime(study.file("IM1"), DCM_SeriesDate, DCM_SeriesTime));
-
-    // The objects keep their own offsets, and the KqR file is not rewritten.
-    EXPECT_EQ("+0000", attribute(study.file("IM1"), DCM_TimezoneOffsetFromUTC));
-    EXPECT_EQ("+0530", attribute(study.file("IM2"), DCM_TimezoneOffsetFromUTC));
-    EXPECT_EQ("-0800", attribute(study.file("IM3"), DCM_TimezoneOffsetFromUTC));
-    EXPECT_EQ("<missing>", attribute(study.file("IM4"), DCM_TimezoneOffsetFromUTC));
+    const std::string expected[][2] = {
+        {"20191231 233000.25", "<missing> <missing>"},
+        {"20200101 050000.25", "20200301 044500"}, // written in full
+        {"20191231 153000.25", "<missing> <missing>"},
+        {midnightHalfHourOnMachineClock() + ".25", "<missing> <missing>"},
+        {"20200101 003000.25", "<missing> <missing>"}, // at the KqR file's offset: as recorded
+    };
+    for (size_t i = 0; i < offsets.size(); ++i)
+    {
+        const std::string object = study.file("IM" + std::to_string(i + 1));
+        SCOPED_TRACE(object);
+        EXPECT_EQ(expected[i][0], dateTime(object, DCM_StudyDate, DCM_StudyTime));
+        EXPECT_EQ(expected[i][1], dateTime(object, DCM_SeriesDate, DCM_SeriesTime));
+        // every object keeps its own offset
+        EXPECT_EQ(offsets[i].empty() ? "<missing>" : offsets[i], attribute(object, DCM_TimezoneOffsetFromUTC));
+    }
     EXPECT_EQ(kqrBefore, readFile(kqr));
-}
-
-TEST(ApplyChangesOffsets, SingleObjectAtTheKqROffsetIsNotConverted)
-{
-    TempDir dir;
-    const std::string object = dir.file("IM1");
-    ASSERT_TRUE(writeObject(object, objectAt("+0100", 1)));
-    const std::string kqr = dir.file("KqR.edit");
-    RunResult r = run({program("makeKqR"), "-z", "+0100", "-m", "StudyDate=20200101", "-m", "StudyTime=003000.25",
-                       kqr});
-    ASSERT_EQ(0, r.status) << r.err;
-
-    r = run({program("applyChanges"), "-p", kqr, "-o", object});
-    ASSERT_EQ(0, r.status) << r.err;
-    EXPECT_EQ("20200101 003000.25", dateTime(object, DCM_StudyDate, DCM_StudyTime));
 }

@@ -5,6 +5,7 @@
 // time other decoders (scripts/bench-jpeg2000.sh runs opj_decompress on them).
 //
 // Usage: bench_jpeg2000 <workdir> <seconds per codestream> [<JPEG 2000 DICOM file>...]
+// Environment: KQ_J2K_THREADS, the codec's worker threads (default: one per core).
 // Output, one line per codestream: <file> <columns> <rows> <samples> <bytes/sample> <MB/s>
 #include "dcmutils/codec/D2CodecParameter.h"
 #include "dcmutils/codec/D2CodestreamDecoder.h"
@@ -133,7 +134,10 @@ int main(int argc, char* argv[])
     if (D2JPEG2000Library::initialize().bad())
         return 1;
 
-    const D2CodecParameter cp;
+    // the codec's worker threads: $KQ_J2K_THREADS, or one per core
+    D2CodecParameter cp;
+    if (const char* threads = getenv("KQ_J2K_THREADS"))
+        cp.m_threads = unsigned(atoi(threads));
     std::vector<Codestream> streams;
     bool ok = makeSynthetic(cp, "ct512_12bit_lossless.j2k", 512, 512, 1, 12, 1.0, streams) &&
               makeSynthetic(cp, "ct512_12bit_rate0.1.j2k", 512, 512, 1, 12, 0.1, streams) &&

@@ -17,18 +17,34 @@ namespace codectest {
 
 struct ImageSpec
 {
-    Uint16 rows = 64;
-    Uint16 columns = 48;
-    Uint16 samplesPerPixel = 1;
-    Uint16 bitsAllocated = 16;
-    Uint16 bitsStored = 12;
-    bool isSigned = false;
-    Uint16 planarConfiguration = 0;
-    unsigned int frames = 1;
+    ImageSpec(Uint16 rows_ = 64, Uint16 columns_ = 48, Uint16 samplesPerPixel_ = 1, Uint16 bitsAllocated_ = 16,
+              Uint16 bitsStored_ = 12, bool isSigned_ = false, Uint16 planarConfiguration_ = 0,
+              unsigned int frames_ = 1, const std::string& photometric_ = std::string(), int noise_ = 0)
+    : rows(rows_)
+    , columns(columns_)
+    , samplesPerPixel(samplesPerPixel_)
+    , bitsAllocated(bitsAllocated_)
+    , bitsStored(bitsStored_)
+    , isSigned(isSigned_)
+    , planarConfiguration(planarConfiguration_)
+    , frames(frames_)
+    , photometric(photometric_)
+    , noise(noise_)
+    {
+    }
+
+    Uint16 rows;
+    Uint16 columns;
+    Uint16 samplesPerPixel;
+    Uint16 bitsAllocated;
+    Uint16 bitsStored;
+    bool isSigned;
+    Uint16 planarConfiguration;
+    unsigned int frames;
     std::string photometric; // empty: MONOCHROME2 or RGB
-    std::string modality = "CT";
     // 0: smooth image with structure; larger: that much noise on top (in sample units)
-    int noise = 0;
+    int noise;
+    std::string modality = "CT";
 };
 
 // Deterministic pseudo-random numbers.
@@ -182,38 +198,29 @@ inline std::string stringOf(DcmItem& item, const DcmTagKey& key)
     return value.c_str();
 }
 
-// Number of items of the pixel sequence of the dataset's current representation, 0 when
-// the pixel data is not encapsulated.
-inline unsigned long fragmentCount(DcmDataset& ds)
+// The pixel sequence of the dataset's current representation, or null when the pixel data is
+// not encapsulated (owned by the dataset).
+inline DcmPixelSequence* pixelSequence(DcmDataset& ds)
 {
     DcmElement* element = NULL;
     if (ds.findAndGetElement(DCM_PixelData, element).bad())
-        return 0;
+        return NULL;
     DcmPixelData* pixelData = static_cast<DcmPixelData*>(element);
     E_TransferSyntax xfer = EXS_Unknown;
     const DcmRepresentationParameter* param = NULL;
     DcmPixelSequence* sequence = NULL;
     pixelData->getCurrentRepresentationKey(xfer, param);
-    if (pixelData->getEncapsulatedRepresentation(xfer, param, sequence).bad() || sequence == NULL)
-        return 0;
-    return sequence->card();
+    if (pixelData->getEncapsulatedRepresentation(xfer, param, sequence).bad())
+        return NULL;
+    return sequence;
 }
 
 // Total size of the compressed fragments (without the offset table).
 inline size_t compressedSize(DcmDataset& ds)
 {
-    DcmElement* element = NULL;
-    if (ds.findAndGetElement(DCM_PixelData, element).bad())
-        return 0;
-    DcmPixelData* pixelData = static_cast<DcmPixelData*>(element);
-    E_TransferSyntax xfer = EXS_Unknown;
-    const DcmRepresentationParameter* param = NULL;
-    DcmPixelSequence* sequence = NULL;
-    pixelData->getCurrentRepresentationKey(xfer, param);
-    if (pixelData->getEncapsulatedRepresentation(xfer, param, sequence).bad() || sequence == NULL)
-        return 0;
+    DcmPixelSequence* sequence = pixelSequence(ds);
     size_t total = 0;
-    for (unsigned long i = 1; i < sequence->card(); ++i)
+    for (unsigned long i = 1; sequence != NULL && i < sequence->card(); ++i)
     {
         DcmPixelItem* item = NULL;
         if (sequence->getItem(item, i).good())

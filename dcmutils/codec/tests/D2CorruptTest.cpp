@@ -17,44 +17,25 @@
 
 namespace {
 
+// The first fragment of the object's pixel sequence.
+DcmPixelItem* firstFragment(DcmFileFormat& file)
+{
+    DcmPixelSequence* sequence = codectest::pixelSequence(*file.getDataset());
+    DcmPixelItem* item = NULL;
+    if (sequence == NULL || sequence->getItem(item, 1).bad())
+        return NULL;
+    return item;
+}
+
 // The first codestream of a corpus file.
 std::vector<Uint8> codestreamOf(const std::string& name)
 {
     DcmFileFormat file;
-    std::vector<Uint8> out;
-    if (file.loadFile(fixtures::corpusFile(name).c_str()).bad())
-        return out;
-    DcmElement* element = NULL;
-    if (file.getDataset()->findAndGetElement(DCM_PixelData, element).bad())
-        return out;
-    DcmPixelData* pixelData = static_cast<DcmPixelData*>(element);
-    E_TransferSyntax xfer = EXS_Unknown;
-    const DcmRepresentationParameter* param = NULL;
-    DcmPixelSequence* sequence = NULL;
-    pixelData->getCurrentRepresentationKey(xfer, param);
-    DcmPixelItem* item = NULL;
     Uint8* data = NULL;
-    if (pixelData->getEncapsulatedRepresentation(xfer, param, sequence).bad() || sequence->getItem(item, 1).bad() ||
-        item->getUint8Array(data).bad() || data == NULL)
-        return out;
-    out.assign(data, data + item->getLength());
-    return out;
-}
-
-// Replaces the first codestream of a loaded object.
-void replaceCodestream(DcmDataset& ds, const std::vector<Uint8>& codestream)
-{
-    DcmElement* element = NULL;
-    ASSERT_TRUE(ds.findAndGetElement(DCM_PixelData, element).good());
-    DcmPixelData* pixelData = static_cast<DcmPixelData*>(element);
-    E_TransferSyntax xfer = EXS_Unknown;
-    const DcmRepresentationParameter* param = NULL;
-    DcmPixelSequence* sequence = NULL;
-    pixelData->getCurrentRepresentationKey(xfer, param);
-    ASSERT_TRUE(pixelData->getEncapsulatedRepresentation(xfer, param, sequence).good());
-    DcmPixelItem* item = NULL;
-    ASSERT_TRUE(sequence->getItem(item, 1).good());
-    ASSERT_TRUE(item->putUint8Array(codestream.data(), Uint32(codestream.size())).good());
+    if (file.loadFile(fixtures::corpusFile(name).c_str()).bad() || firstFragment(file) == NULL ||
+        firstFragment(file)->getUint8Array(data).bad() || data == NULL)
+        return std::vector<Uint8>();
+    return std::vector<Uint8>(data, data + firstFragment(file)->getLength());
 }
 
 D2FrameInfo mrSmallFrame()
@@ -94,38 +75,6 @@ TEST(D2Corrupt, TruncatedCodestreamsFail)
     }
 }
 
-TEST(D2Corrupt, GarbageNeverCrashes)
-{
-    const std::vector<Uint8> codestream = codestreamOf("MR_small_jp2klossless.dcm");
-    ASSERT_FALSE(codestream.empty());
-    const D2CodecParameter cp;
-    D2CodestreamDecoder decoder(cp);
-    const D2FrameInfo frame = mrSmallFrame();
-    std::vector<Uint8> buffer(frame.frameSize());
-    uint32_t state = 42;
-
-    // pure garbage, and garbage behind a real start of codestream
-    for (int round = 0; round < 50; ++round)
-    {
-        std::vector<Uint8> garbage(1 + codectest::nextRandom(state) % 3000);
-        for (Uint8& b : garbage)
-            b = Uint8(codectest::nextRandom(state));
-        EXPECT_TRUE(decoder.decode(garbage.data(), garbage.size(), frame, buffer.data(), buffer.size()).bad());
-        const size_t keep = 4 + codectest::nextRandom(state) % 200;
-        std::copy(codestream.begin(), codestream.begin() + std::min(keep, garbage.size()), garbage.begin());
-        decoder.decode(garbage.data(), garbage.size(), frame, buffer.data(), buffer.size());
-    }
-    // damaged bytes anywhere: may decode to wrong samples, must not crash
-    for (int round = 0; round < 300; ++round)
-    {
-        std::vector<Uint8> damaged(codestream);
-        const int flips = 1 + int(codectest::nextRandom(state) % 8);
-        for (int i = 0; i < flips; ++i)
-            damaged[codectest::nextRandom(state) % damaged.size()] = Uint8(codectest::nextRandom(state));
-        decoder.decode(damaged.data(), damaged.size(), frame, buffer.data(), buffer.size());
-    }
-}
-
 TEST(D2Corrupt, ObjectsWithDamagedPixelDataGiveAClearError)
 {
     CodecRegistry registry;
@@ -153,7 +102,7 @@ TEST(D2Corrupt, ObjectsWithDamagedPixelDataGiveAClearError)
         SCOPED_TRACE(c.name);
         DcmFileFormat object;
         ASSERT_TRUE(object.loadFile(fixtures::corpusFile("MR_small_jp2klossless.dcm").c_str()).good());
-        replaceCodestream(*object.getDataset(), c.codestream);
+        ASSERT_TRUE(firstFragment(object)->putUint8Array(c.codestream.data(), Uint32(c.codestream.size())).good());
         cond = object.getDataset()->chooseRepresentation(EXS_LittleEndianExplicit, NULL);
         ASSERT_TRUE(cond.bad());
         EXPECT_EQ(0u, std::string(cond.text()).find(c.message)) << cond.text();

@@ -62,81 +62,54 @@ TEST(JPEG2000LossyRates, WithoutConfigurationEveryModalityGetsTheFactoryDefault)
 
 TEST(JPEG2000LossyRates, ReadsTheDocumentedLineFormatOnly)
 {
+    struct Case
+    {
+        std::string content;
+        std::vector<std::pair<std::string, double>> rates;
+    };
+    const Case cases[] = {
+        {"# per-modality JPEG 2000 rates\n\n   \t\n"
+         "Default=\"0.12\"\n"
+         "CT = \"0.2\"\n"  // blanks around '=': ignored
+         "MR= \"0.3\"\n"   // blank after '=': ignored
+         "NM =\"0.35\"\n"  // the key keeps its blank: "NM "
+         "US=\"1.5\"\nXA=\"0\"\nDX=\"-0.5\"\n" // out of range
+         "CR=\"1\"\n"      // lossless
+         "  PT=\"0.04\"\n" // leading blanks are fine
+         "  # indented comment=\"0.5\"\n"
+         "OT=0.5\nSC=\"abc\"\n" // no quotes, not a number
+         "MG=\"0.07\"\nMG=\"0.09\"\n" // the later line wins
+         "ct=\"0.06\"\n",
+         {{"CT", 0.12}, {"MR", 0.12}, {"NM", 0.12}, {"NM ", 0.35}, {"US", 0.12}, {"XA", 0.12}, {"DX", 0.12},
+          {"CR", 1.0}, {"PT", 0.04}, {"OT", 0.12}, {"SC", 0.12}, {"MG", 0.09}, {"ct", 0.06}, {"Ct", 0.12}}},
+        // no "Default" line: the factory default
+        {"CT = \"0.2\"\nCT=\"0.2\"\n", {{"CT", 0.2}, {"MR", 0.1}, {"Default", 0.1}}},
+        // a line is at most 255 characters: a longer one is read in pieces
+        {std::string(300, 'K') + "=\"0.5\"\nCT=\"0.3\"\n" + std::string(255, 'x') + "MR=\"0.4\"\n",
+         {{"CT", 0.3}, {std::string(45, 'K'), 0.5}, {"MR", 0.4}}},
+    };
+    for (const Case& c : cases)
+    {
+        fixtures::TempDir dir;
+        const std::string path = dir.file("rates.conf");
+        ASSERT_TRUE(fixtures::writeFile(path, c.content));
+        JPEG2000LossyRates rates(path.c_str());
+        for (const auto& r : c.rates)
+            EXPECT_DOUBLE_EQ(r.second, rates.getRateForModality(r.first)) << "[" << r.first << "]";
+    }
+
     fixtures::TempDir dir;
     const std::string path = dir.file("jpeg2000lossy.conf");
-    ASSERT_TRUE(fixtures::writeFile(path,
-                                    "# per-modality JPEG 2000 rates\n"
-                                    "\n"
-                                    "   \t\n"
-                                    "Default=\"0.12\"\n"
-                                    "CT = \"0.2\"\n"  // blanks around '=': ignored
-                                    "MR= \"0.3\"\n"   // blank after '=': ignored
-                                    "NM =\"0.35\"\n"  // key keeps the blank: stored as "NM "
-                                    "US=\"1.5\"\n"    // out of range
-                                    "XA=\"0\"\n"      // out of range
-                                    "DX=\"-0.5\"\n"   // out of range
-                                    "CR=\"1\"\n"      // lossless
-                                    "  PT=\"0.04\"\n" // leading blanks are fine
-                                    "  # indented comment=\"0.5\"\n"
-                                    "OT=0.5\n"        // no quotes: ignored
-                                    "SC=\"abc\"\n"    // not a number
-                                    "MG=\"0.07\"\n"
-                                    "MG=\"0.09\"\n" // the later line wins
-                                    "ct=\"0.06\"\n"));
+    ASSERT_TRUE(fixtures::writeFile(path, "Default=\"0.12\"\nCR=\"1\"\nNM =\"0.35\"\n"));
     JPEG2000LossyRates rates(path.c_str());
-    EXPECT_DOUBLE_EQ(0.12, rates.getRateForModality("CT"));
-    EXPECT_DOUBLE_EQ(0.12, rates.getRateForModality("MR"));
-    EXPECT_DOUBLE_EQ(0.12, rates.getRateForModality("NM"));
-    EXPECT_DOUBLE_EQ(0.35, rates.getRateForModality("NM "));
-    EXPECT_DOUBLE_EQ(0.12, rates.getRateForModality("US"));
-    EXPECT_DOUBLE_EQ(0.12, rates.getRateForModality("XA"));
-    EXPECT_DOUBLE_EQ(0.12, rates.getRateForModality("DX"));
-    EXPECT_DOUBLE_EQ(1.0, rates.getRateForModality("CR"));
-    EXPECT_DOUBLE_EQ(0.04, rates.getRateForModality("PT"));
-    EXPECT_DOUBLE_EQ(0.12, rates.getRateForModality("OT"));
-    EXPECT_DOUBLE_EQ(0.12, rates.getRateForModality("SC"));
-    EXPECT_DOUBLE_EQ(0.09, rates.getRateForModality("MG"));
-    EXPECT_DOUBLE_EQ(0.06, rates.getRateForModality("ct"));
-    EXPECT_DOUBLE_EQ(0.12, rates.getRateForModality("Ct"));
-
-    const std::string out = printed(rates);
+    rates.checkAndLoadConfigFile();
     struct stat st;
     ASSERT_EQ(0, stat(path.c_str(), &st));
     EXPECT_EQ("========= JPEG2000LossyRates - " + path + "[" + std::to_string((unsigned long)st.st_mtime) +
                   "] ===========\n"
                   "--------- Default: 0.120000;        Factory Default: 0.100000\n"
-                  "'CR' = '1.000000'\n"
-                  "'Default' = '0.120000'\n"
-                  "'MG' = '0.090000'\n"
-                  "'NM ' = '0.350000'\n"
-                  "'PT' = '0.040000'\n"
-                  "'ct' = '0.060000'\n",
-              out);
-}
-
-TEST(JPEG2000LossyRates, CorrectLineAfterBlanksAroundEqualsAndDefaultFromFactory)
-{
-    fixtures::TempDir dir;
-    const std::string path = dir.file("rates.conf");
-    ASSERT_TRUE(fixtures::writeFile(path, "CT = \"0.2\"\nCT=\"0.2\"\n"));
-    JPEG2000LossyRates rates(path.c_str());
-    EXPECT_DOUBLE_EQ(0.2, rates.getRateForModality("CT"));
-    // no "Default" line: the factory default
-    EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality("MR"));
-    EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality("Default"));
-}
-
-TEST(JPEG2000LossyRates, LongLinesAreReadInPiecesWithoutHarm)
-{
-    fixtures::TempDir dir;
-    const std::string path = dir.file("rates.conf");
-    // a 300-character key: the first 255 characters are one line, the rest another
-    ASSERT_TRUE(fixtures::writeFile(path, std::string(300, 'K') + "=\"0.5\"\nCT=\"0.3\"\n" + std::string(255, 'x') +
-                                              "MR=\"0.4\"\n"));
-    JPEG2000LossyRates rates(path.c_str());
-    EXPECT_DOUBLE_EQ(0.3, rates.getRateForModality("CT"));
-    EXPECT_DOUBLE_EQ(0.5, rates.getRateForModality(std::string(45, 'K')));
-    EXPECT_DOUBLE_EQ(0.4, rates.getRateForModality("MR"));
+                  "'CR' = '1.000000'\n'Default' = '0.120000'\n'NM ' = '0.350000'\n",
+              printed(rates));
 }
 
 TEST(JPEG2000LossyRates, ReloadsOnANewModificationTimeAndForgetsADeletedFile)
