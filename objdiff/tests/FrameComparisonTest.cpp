@@ -49,7 +49,8 @@ void fill(MemoryBlock& block, const std::vector<Uint8>& bytes)
 {
     char* data = block.allocate(bytes.size());
     ASSERT_NE(data, nullptr);
-    memcpy(data, bytes.data(), bytes.size());
+    if (!bytes.empty())
+        memcpy(data, bytes.data(), bytes.size());
 }
 
 struct Lines
