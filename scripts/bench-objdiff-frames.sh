@@ -11,10 +11,11 @@
 #
 #   scripts/bench-objdiff-frames.sh
 #
-# Milliseconds per frame of whole runs (process start, load, decode, compare), median of $RUNS
-# runs (default 5), and the peak resident memory of objdiff on the 100-frame pairs beside two
-# decoded copies of the object, which the comparison holds by design. Exit status 0 when every
-# speed target is met, 1 when one is missed, 2 on a failure.
+# Milliseconds per frame of whole runs (process start, load, decode, compare), median and best of
+# $RUNS runs (default 5; the machine may be shared), and the peak resident memory of objdiff on
+# the 100-frame pairs beside two decoded copies of the object, which the comparison holds by
+# design. Exit status 0 when every speed target is met (on the median), 1 when one is missed,
+# 2 on a failure.
 #
 # Environment: BUILD_DIR (default build-bench, a Release build), KQ_BENCH_CACHE (default
 # /tmp/kq-bench-cache; the objects are made once in its objdiff-frames/ folder), RUNS.
@@ -68,7 +69,7 @@ trap 'rm -rf "$work"' EXIT
 # what the encoder records about itself
 printf '(0008,2111)\n(0008,9215)\n' >"$work/ignore"
 
-# median wall time in seconds of a command run $runs times; the command must exit 0
+# "<median> <best>" wall times in seconds of a command run $runs times; it must exit 0
 median() {
   local times=()
   for _ in $(seq "$runs"); do
@@ -78,7 +79,7 @@ median() {
     end=$(date +%s.%N)
     times+=("$(awk -v s="$start" -v e="$end" 'BEGIN { print e - s }')")
   done
-  printf '%s\n' "${times[@]}" | sort -g | awk '{ a[NR] = $1 } END { print a[int((NR + 1) / 2)] }'
+  printf '%s\n' "${times[@]}" | sort -g | awk '{ a[NR] = $1 } END { print a[int((NR + 1) / 2)], a[1] }'
 }
 
 raw_then_dcmicmp() {
@@ -91,13 +92,15 @@ echo "== timing ($runs runs each)"
 unset OPJ_NUM_THREADS
 status=0
 rows=()
-# row <case> <unit count> <ours s> <reference> <reference s> <target ms>
+# row <case> <unit count> <ours: median best> <reference> <reference: median best> <target ms>;
+# the target is checked on the median
 row() {
-  local ours ref met
-  ours=$(ms "$3" "$2")
-  ref=$(ms "$5" "$2")
+  local ours best ref met
+  ours=$(ms "${3% *}" "$2")
+  best=$(ms "${3#* }" "$2")
+  ref=$(ms "${5% *}" "$2")
   if awk -v o="$ours" -v t="$6" 'BEGIN { exit !(o <= t) }'; then met=yes; else met=no; status=1; fi
-  rows+=("$(printf '%-30s %9s %-26s %9s %7s %4s' "$1" "$ours" "$4" "$ref" "$6" "$met")")
+  rows+=("$(printf '%-30s %8s %8s %-26s %8s %7s %4s' "$1" "$ours" "$best" "$4" "$ref" "$6" "$met")")
 }
 
 t=$(median "$bin/objdiff" -m 1 "$cache/native.dcm" "$cache/copy.dcm")
@@ -115,7 +118,7 @@ row "one 512x512 pair (per process)" 1 "$t" "dcmicmp" "$r" 15
 
 echo
 echo "$(date -u +%Y-%m-%d), $(nproc) x $(lscpu | sed -n 's/^Model name: *//p' | head -1), $(uname -sr), load $(cut -d' ' -f1 /proc/loadavg)"
-printf '%-30s %9s %-26s %9s %7s %4s\n' "pair (ms per frame)" "objdiff" "reference" "ref" "target" "met"
+printf '%-30s %8s %8s %-26s %8s %7s %4s\n' "pair (ms per frame)" "objdiff" "best" "reference" "ref" "target" "met"
 printf '%s\n' "${rows[@]}"
 
 echo
