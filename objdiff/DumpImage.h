@@ -31,8 +31,11 @@ public:
     bool isLoaded() const { return m_loaded; }
     /// The samples (owned by the image), null when empty.
     const unsigned char* getPixels() const { return m_pixels; }
+    /// Bytes per pixel (1, 2 or 3 for wavelet dumps; as the file says for "ICON" files).
     unsigned int getBytesPerPixel() const { return m_bytesPerPixel; }
+    /// Pixels per row.
     unsigned int getColumns() const { return m_columns; }
+    /// Rows of pixels.
     unsigned int getRows() const { return m_rows; }
 
 private:
