@@ -5,6 +5,7 @@
 
 #include "applychanges/ObjectTarget.h"
 #include "applychanges/TemporaryDirectory.h"
+#include "dcmutils/ByteBuffer.h"
 #include "objdiff/IgnoreTags.h"
 
 #include "dcmtk/config/osconfig.h"
@@ -42,6 +43,8 @@ struct EditedObject
 
     /** Removes the temporary file of an entry that will not be committed. */
     void discardTemporaryFile();
+    /** Closes the temporary file, which stays (a failed save's partial file, for inspection). */
+    void closeTemporaryFile();
 
     ObjectTarget m_target;
     std::string m_entryName;
@@ -54,6 +57,8 @@ struct EditedObject
     std::string m_tempName;
     std::string m_tempPath;
     int m_fd;
+    /// true when the temporary file stays although the object failed (a save that failed)
+    bool m_keepTemporaryFile;
     /// bytes of the original file
     unsigned long long m_size;
     /// the keys the edit set, and the comparison's ignore rules made from them
@@ -61,8 +66,8 @@ struct EditedObject
     IgnoreTags m_ignore;
     /// for objects handled in memory: the original's and the written file's bytes
     bool m_inMemory;
-    std::string m_original;
-    std::string m_written;
+    ByteBuffer m_original;
+    ByteBuffer m_written;
     /// the entry's lines for standard output and standard error
     std::ostringstream m_out;
     std::ostringstream m_err;

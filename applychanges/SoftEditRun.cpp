@@ -64,6 +64,16 @@ bool usesMoreThanOneCore()
     return sched_getaffinity(0, sizeof(set), &set) == 0 && CPU_COUNT(&set) > 1;
 }
 
+// A recycled file is overwritten in place: it is cut to what was written. Then the disk starts
+// writing, and the batch's sync of the file system only waits for what is left.
+OFCondition finishTemporaryFile(int fd)
+{
+    if (ftruncate(fd, lseek(fd, 0, SEEK_CUR)) != 0)
+        return makeOFCondition(OFM_dcmdata, 19, OF_error, strerror(errno));
+    sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
+    return EC_Normal;
+}
+
 void refuse(EditedObject& object, const std::string& reason)
 {
     object.m_err << "Refusing to edit " << object.m_target.path() << ": " << reason << std::endl;
@@ -133,7 +143,7 @@ void SoftEditRun::applyToObject(EditedObject& object, bool inDirectory)
     {
         cond = readWholeFile(filePath, object.m_original);
         if (cond.good())
-            cond = loadFileFormat(file, object.m_original);
+            cond = loadFileFormat(file, object.m_original.data(), object.m_original.size());
     }
     else
         cond = file.loadFile(filePath, EXS_Unknown, EGL_noChange, DCM_MaxReadLength, ERM_autoDetect);
@@ -211,25 +221,45 @@ void SoftEditRun::applyToObject(EditedObject& object, bool inDirectory)
     // fails late (full disk, file size limit) is reported, and its partial file is kept
     if (cond.good() && object.m_inMemory)
     {
+        // an edit changes a few attributes: room for the object as it was and some more
+        object.m_written.reserve(object.m_original.size() + 65536);
         cond = encodeFileFormat(file, object.m_written, EXS_Unknown, EET_UndefinedLength, EGL_recalcGL,
-                                EPD_noChange, 0, 0, EWM_createNewMeta);
-        if (cond.good())
-            cond = writeAll(object.m_fd, object.m_written.data(), object.m_written.size());
+                                EPD_noChange, 0, 0, EWM_createNewMeta); // written by the second core
     }
     else if (cond.good())
+    {
         cond = writeFileFormat(file, object.m_fd, EXS_Unknown, EET_UndefinedLength, EGL_recalcGL, EPD_noChange, 0,
                                0, EWM_createNewMeta);
-    // a recycled file is overwritten in place: cut it to what was written
-    if (cond.good() && ftruncate(object.m_fd, lseek(object.m_fd, 0, SEEK_CUR)) != 0)
-        cond = makeOFCondition(OFM_dcmdata, 19, OF_error, strerror(errno));
+        if (cond.good())
+            cond = finishTemporaryFile(object.m_fd);
+        if (cond.good())
+            object.closeTemporaryFile();
+    }
     if (cond.bad())
     {
         err << "Error saving to temp file " << tempPath << " [" << cond.text() << "]" << std::endl;
         return;
     }
-    // the disk starts writing now; the batch's sync only waits for what is left
-    sync_file_range(object.m_fd, 0, 0, SYNC_FILE_RANGE_WRITE);
     object.m_state = EditedObject::EO_WRITTEN;
+}
+
+bool SoftEditRun::writeAndCompare(EditedObject& object)
+{
+    if (object.m_inMemory)
+    {
+        OFCondition cond = writeAll(object.m_fd, object.m_written.data(), object.m_written.size());
+        if (cond.good())
+            cond = finishTemporaryFile(object.m_fd);
+        if (cond.bad())
+        {
+            object.m_err << "Error saving to temp file " << object.m_tempPath << " [" << cond.text() << "]"
+                         << std::endl;
+            object.m_keepTemporaryFile = true;
+            return false;
+        }
+        object.closeTemporaryFile();
+    }
+    return compareObjects(object);
 }
 
 bool SoftEditRun::compareObjects(EditedObject& object)
@@ -244,10 +274,10 @@ bool SoftEditRun::compareObjects(EditedObject& object)
     bool equal;
     if (object.m_inMemory)
     {
-        OFCondition cond = loadFileFormat(original, object.m_original);
+        OFCondition cond = loadFileFormat(original, object.m_original.data(), object.m_original.size());
         if (cond.bad())
             object.m_err << "Error loading " << objectPath << "(" << cond.text() << ")" << std::endl;
-        else if ((cond = loadFileFormat(written, object.m_written)).bad())
+        else if ((cond = loadFileFormat(written, object.m_written.data(), object.m_written.size())).bad())
             object.m_err << "Error loading " << tempPath << "(" << cond.text() << ")" << std::endl;
         equal = cond.good();
     }
@@ -267,8 +297,8 @@ bool SoftEditRun::compareObjects(EditedObject& object)
     }
     equal = equal && comparator.compareObjects(original.getDataset(), written.getDataset(), OC_MODE_BINARY) &&
             checkWrittenObject(original, written, object.m_modified, object.m_err);
-    std::string().swap(object.m_original);
-    std::string().swap(object.m_written);
+    object.m_original.release();
+    object.m_written.release();
     if (!equal)
         object.m_err << "Objects differ after applying soft edit changes for " << objectPath << "[" << tempPath
                      << "]" << std::endl;
@@ -289,9 +319,10 @@ void SoftEditRun::writeReports()
 bool SoftEditRun::failAt(EditedObject* failed)
 {
     m_failedPath = failed->m_target.path();
-    // what came before the failure is committed; that may itself fail earlier
+    // what came before the failure is committed (that may itself fail earlier) and made durable
     if (!commit(failed))
         return false;
+    syncReplacements();
     if (m_worker.pending())
         m_worker.wait();
     m_verifying = nullptr;
@@ -323,7 +354,11 @@ bool SoftEditRun::settleVerification()
     m_verifying = nullptr;
     if (!equal)
     {
-        object->discardTemporaryFile();
+        // a verification that failed removes its file; a write that failed keeps it
+        if (object->m_keepTemporaryFile)
+            object->closeTemporaryFile();
+        else
+            object->discardTemporaryFile();
         object->m_state = EditedObject::EO_FAILED;
         return failAt(object);
     }
@@ -346,25 +381,22 @@ bool SoftEditRun::commit(const EditedObject* stopAt)
     m_pendingObjects = 0;
     m_pendingBytes = 0;
 
-    // every temporary file of the batch on disk before the first rename
-    EditedObject* failed = nullptr;
-    size_t durable = 0;
-    for (; durable < batch.size(); ++durable)
-    {
-        EditedObject* object = batch[durable];
-        if (fdatasync(object->m_fd) != 0)
-        {
-            object->m_err << "Error saving to temp file " << object->m_tempPath << " [" << strerror(errno) << "]"
-                          << std::endl;
-            object->m_state = EditedObject::EO_FAILED;
-            failed = object;
-            break;
-        }
-        close(object->m_fd);
-        object->m_fd = -1;
-    }
+    // every temporary file of the batch on disk before the first replacement: one sync of each
+    // file system for the whole batch, rather than one per object (each waits for a flush of the
+    // disk's cache)
     std::set<TemporaryDirectory*> directories;
-    for (size_t i = 0; i < durable; ++i)
+    for (EditedObject* object : batch)
+        directories.insert(object->m_temporaryDirectory);
+    EditedObject* failed = nullptr;
+    for (TemporaryDirectory* directory : directories)
+        if (!failed && !directory->syncFileSystem())
+        {
+            failed = batch.front();
+            failed->m_err << "Error saving to temp file " << failed->m_tempPath << " [" << strerror(errno) << "]"
+                          << std::endl;
+            failed->m_state = EditedObject::EO_FAILED;
+        }
+    for (size_t i = 0; i < batch.size() && !failed; ++i)
     {
         EditedObject* object = batch[i];
         TemporaryDirectory* directory = object->m_temporaryDirectory;
@@ -378,11 +410,10 @@ bool SoftEditRun::commit(const EditedObject* stopAt)
             break;
         }
         object->m_state = EditedObject::EO_COMMITTED;
-        directories.insert(directory);
+        m_replacedIn.insert(directory);
     }
-    // once per batch rather than per object: each sync waits for a flush of the disk's cache
-    for (TemporaryDirectory* directory : directories)
-        directory->syncDirectory();
+    // the replacements on disk, their originals serve the next batch instead of new files
+    syncReplacements();
     if (failed)
         return failAt(failed);
     writeReports();
@@ -400,7 +431,7 @@ bool SoftEditRun::submit(std::unique_ptr<EditedObject> object)
     if (entry->m_state == EditedObject::EO_WRITTEN)
     {
         m_verifying = entry;
-        m_worker.start([this, entry] { return compareObjects(*entry); });
+        m_worker.start([this, entry] { return writeAndCompare(*entry); });
     }
     if (m_pendingObjects >= BATCH_OBJECTS || m_pendingBytes >= BATCH_BYTES)
         return commit(nullptr);
@@ -425,7 +456,16 @@ bool SoftEditRun::isPending(const ObjectTarget& target) const
 
 bool SoftEditRun::finish()
 {
-    return settleVerification() && commit(nullptr);
+    const bool done = settleVerification() && commit(nullptr);
+    syncReplacements();
+    return done;
+}
+
+void SoftEditRun::syncReplacements()
+{
+    for (TemporaryDirectory* directory : m_replacedIn)
+        directory->syncDirectory();
+    m_replacedIn.clear();
 }
 
 int SoftEditRun::applyToSingleObject(const char* objectName)

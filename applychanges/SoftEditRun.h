@@ -17,6 +17,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 
 /// Process-wide: print progress and every modified key on standard output (-v).
@@ -69,7 +70,11 @@ private:
      *  refused when named alone. */
     void applyToObject(EditedObject& object, bool inDirectory);
 
-    /** Stage two: compares the original with the written object, ignoring what the edit changed,
+    /** Stage two: writes an object edited in memory to its temporary file and compares it.
+     *  @return true when it was written and is equal to the original apart from its edits */
+    bool writeAndCompare(EditedObject& object);
+
+    /** Compares the original with the written object, ignoring what the edit changed,
      *  then checks what the comparison does not cover.
      *  @return true when the objects are equal apart from the ignored attributes */
     bool compareObjects(EditedObject& object);
@@ -92,8 +97,12 @@ private:
     /** Writes the reports of the settled entries at the front of the queue, in walk order. */
     void writeReports();
 
-    /** Waits for the pipeline to empty and commits the rest; false when something failed. */
+    /** Waits for the pipeline to empty, commits the rest and makes the replacements durable;
+     *  false when something failed. */
     bool finish();
+
+    /** Syncs every directory in which an object was put in place since the last time. */
+    void syncReplacements();
 
     /** True when the file behind target is already on its way through the pipeline. */
     bool isPending(const ObjectTarget& target) const;
@@ -118,6 +127,8 @@ private:
     /// verified objects waiting for the next commit, and their bytes
     unsigned long m_pendingObjects;
     unsigned long long m_pendingBytes;
+    /// directories with replacements not yet synced
+    std::set<TemporaryDirectory*> m_replacedIn;
     /// the object whose failure ended the run
     std::string m_failedPath;
 };

@@ -130,14 +130,27 @@ bool TemporaryDirectory::replace(const std::string& name, const std::string& bas
     return renameat(m_fd, name.c_str(), m_directoryFd, baseName.c_str()) == 0;
 }
 
+bool TemporaryDirectory::syncFileSystem()
+{
+    if (syncfs(m_fd) != 0)
+        return false;
+    spareTheExchanged();
+    return true;
+}
+
 bool TemporaryDirectory::syncDirectory()
 {
     if (fsync(m_directoryFd) != 0 && errno != EINVAL && errno != EROFS)
         return false; // the originals stay as they are: an exchange may not be on disk
     // Some file systems cannot sync directories; nothing more can be done there.
+    spareTheExchanged();
+    return true;
+}
+
+void TemporaryDirectory::spareTheExchanged()
+{
     m_spares.insert(m_spares.end(), m_exchanged.begin(), m_exchanged.end());
     m_exchanged.clear();
-    return true;
 }
 
 void TemporaryDirectory::removeSpares()

@@ -17,7 +17,7 @@
  *  so they stay where they were checked even if a path changes during the run.
  *
  *  Files are recycled: an object is replaced by exchanging it with its temporary file, and once
- *  the exchange is on disk (after syncDirectory), the original's file, now under the temporary
+ *  the exchange is on disk (after syncFileSystem or syncDirectory), the original's file, now under the temporary
  *  name, becomes a spare that a later temporary file reuses (a killed run may leave such
  *  originals behind, under the temporary names). A run thus creates and frees few
  *  files, where a file system that scans past recently freed files for every new one (ext4 without
@@ -67,6 +67,12 @@ public:
      *  @return true on success; false with errno set */
     bool replace(const std::string& name, const std::string& baseName);
 
+    /** Flushes the whole file system of ".tmp" to stable storage (syncfs): every temporary file
+     *  written so far, with one flush of the disk's cache for all of them, and the exchanges made
+     *  before, whose originals then become spares.
+     *  @return true on success; false with errno set (a write-out that failed) */
+    bool syncFileSystem();
+
     /** Flushes the object directory to stable storage, so that the replacements in it survive a
      *  power loss; then their originals become spares. True on success and where the file system
      *  cannot sync directories. */
@@ -80,6 +86,8 @@ public:
 
 private:
     TemporaryDirectory(const TemporaryDirectory&);
+    /// the exchanges are on disk: their originals may be reused
+    void spareTheExchanged();
     TemporaryDirectory& operator=(const TemporaryDirectory&);
 
     std::string m_directory;

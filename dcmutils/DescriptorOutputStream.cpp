@@ -41,9 +41,10 @@ offile_off_t DescriptorConsumer::write(const void* buf, offile_off_t buflen)
         return 0;
     const char* data = OFstatic_cast(const char*, buf);
     offile_off_t done = 0;
-    if (m_used == 0 && OFstatic_cast(size_t, buflen) >= m_buffer.size())
+    if (OFstatic_cast(size_t, buflen) >= m_buffer.size())
     {
-        // a long value goes to the descriptor straight from where it is
+        // a long value goes to the descriptor straight from where it is, after what came before
+        flush();
         while (m_status.good() && done < buflen)
         {
             const ssize_t n = ::write(m_fd, data + done, OFstatic_cast(size_t, buflen - done));

@@ -1,7 +1,7 @@
 #include "dcmutils/fileio.h"
 
 #include "dcmutils/DescriptorOutputStream.h"
-#include "dcmutils/StringOutputStream.h"
+#include "dcmutils/BufferOutputStream.h"
 
 #include "dcmtk/dcmdata/dcistrmb.h"
 #include "dcmtk/dcmdata/dcwcache.h"
@@ -70,11 +70,11 @@ OFCondition writeFileFormat(DcmFileFormat& file, int fd, E_TransferSyntax xfer, 
     return stream.allWritten() ? EC_Normal : systemError(EIO);
 }
 
-OFCondition encodeFileFormat(DcmFileFormat& file, std::string& bytes, E_TransferSyntax xfer,
+OFCondition encodeFileFormat(DcmFileFormat& file, ByteBuffer& bytes, E_TransferSyntax xfer,
                              E_EncodingType encoding, E_GrpLenEncoding groupLength, E_PaddingEncoding padding,
                              Uint32 padLength, Uint32 subPadLength, E_FileWriteMode writeMode)
 {
-    StringOutputStream stream(bytes);
+    BufferOutputStream stream(bytes);
     return encode(file, stream, xfer, encoding, groupLength, padding, padLength, subPadLength, writeMode);
 }
 
@@ -93,22 +93,21 @@ OFCondition writeAll(int fd, const char* data, size_t size)
     return EC_Normal;
 }
 
-OFCondition readWholeFile(const char* path, std::string& bytes)
+OFCondition readWholeFile(const char* path, ByteBuffer& bytes)
 {
-    bytes.clear();
+    bytes.resize(0);
     const int fd = open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0)
         return systemError(errno);
     struct stat st;
-    if (fstat(fd, &st) == 0 && st.st_size > 0)
-        bytes.resize(OFstatic_cast(size_t, st.st_size));
-    size_t done = 0;
+    // one byte more than the file's size: the read that meets its end needs room
+    bytes.reserve(fstat(fd, &st) == 0 && st.st_size > 0 ? size_t(st.st_size) + 1 : 65536);
     OFCondition status = EC_Normal;
     for (;;)
     {
-        if (done == bytes.size())
-            bytes.resize(bytes.size() + 65536); // the file grew, or its size is unknown
-        const ssize_t n = read(fd, &bytes[done], bytes.size() - done);
+        if (bytes.size() == bytes.capacity())
+            bytes.reserve(2 * bytes.capacity()); // the file grew meanwhile
+        const ssize_t n = read(fd, bytes.data() + bytes.size(), bytes.capacity() - bytes.size());
         if (n < 0 && errno == EINTR)
             continue;
         if (n < 0)
@@ -118,17 +117,16 @@ OFCondition readWholeFile(const char* path, std::string& bytes)
         }
         if (n == 0)
             break;
-        done += n;
+        bytes.resize(bytes.size() + size_t(n));
     }
     close(fd);
-    bytes.resize(done);
     return status;
 }
 
-OFCondition loadFileFormat(DcmFileFormat& file, const std::string& bytes)
+OFCondition loadFileFormat(DcmFileFormat& file, const char* data, size_t size)
 {
     DcmInputBufferStream stream;
-    stream.setBuffer(bytes.data(), OFstatic_cast(offile_off_t, bytes.size()));
+    stream.setBuffer(data, OFstatic_cast(offile_off_t, size));
     stream.setEos();
     OFCondition status = file.clear();
     if (status.bad())

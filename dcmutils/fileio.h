@@ -4,6 +4,8 @@
 #ifndef DCMUTILS_FILEIO_H
 #define DCMUTILS_FILEIO_H
 
+#include "dcmutils/ByteBuffer.h"
+
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcfilefo.h"
 
@@ -32,7 +34,7 @@ OFCondition writeFileFormat(DcmFileFormat& file, int fd, E_TransferSyntax xfer, 
 
 /** Encodes file as DcmFileFormat::saveFile would write it with these parameters, appending the
  *  bytes to bytes. */
-OFCondition encodeFileFormat(DcmFileFormat& file, std::string& bytes, E_TransferSyntax xfer,
+OFCondition encodeFileFormat(DcmFileFormat& file, ByteBuffer& bytes, E_TransferSyntax xfer,
                              E_EncodingType encoding, E_GrpLenEncoding groupLength, E_PaddingEncoding padding,
                              Uint32 padLength, Uint32 subPadLength, E_FileWriteMode writeMode);
 
@@ -42,13 +44,13 @@ OFCondition writeAll(int fd, const char* data, size_t size);
 
 /** Reads the whole file at path into bytes (replacing their content).
  *  @return EC_Normal, or a condition with the system's error text */
-OFCondition readWholeFile(const char* path, std::string& bytes);
+OFCondition readWholeFile(const char* path, ByteBuffer& bytes);
 
 /** Parses a DICOM file held in memory as DcmFileFormat::loadFile would parse the file (unknown
  *  transfer syntax, group lengths unchanged, meta header detected); every value is loaded.
  *  @param file cleared and filled
- *  @param bytes the file's content; it may be released once the call returns
+ *  @param data the file's content (size bytes); it may be released once the call returns
  */
-OFCondition loadFileFormat(DcmFileFormat& file, const std::string& bytes);
+OFCondition loadFileFormat(DcmFileFormat& file, const char* data, size_t size);
 
 #endif

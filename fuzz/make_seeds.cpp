@@ -1,10 +1,12 @@
 // fuzz_seeds <directory>: writes the seed corpora of the binary fuzz targets into
-// <directory>/kqr, /compare and /jpeg2000, from KqR files made here, objects of the pydicom
-// corpus (and edited copies of them) and codestreams of the corpus and of images encoded here.
+// <directory>/kqr, /compare, /jpeg2000 and /gwav, from KqR files made here, objects of the
+// pydicom corpus (and edited copies of them), codestreams of the corpus and of images encoded
+// here, and wavelet streams of small images made here.
 #include "dcmutils/codec/CodecRegistry.h"
 #include "privatetags/KQDictionary.h"
 #include "privatetags/KQItem.h"
 #include "dcmutils/KqRWriter.h"
+#include "gwav/gwav.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcpixseq.h"
@@ -336,6 +338,31 @@ void imgprocSeeds(const std::string& dir, const std::string& scratch)
     seed(dir, "overlays", saved(file, scratch, EXS_LittleEndianExplicit));
 }
 
+// "GW10" streams of small grey, 16-bit and colour images, whole and cut at several budgets.
+void gwavSeeds(const std::string& dir)
+{
+    const struct
+    {
+        int bytesPerPixel, columns, rows;
+    } images[] = {{1, 16, 16}, {2, 33, 20}, {3, 24, 16}, {2, 64, 64}, {1, 1, 7}};
+    for (const auto& image : images)
+    {
+        std::vector<unsigned char> pixels(size_t(image.bytesPerPixel) * image.columns * image.rows);
+        for (size_t i = 0; i < pixels.size(); ++i)
+            pixels[i] = (unsigned char)((i * 7 + (i / size_t(image.columns)) * 13) ^ (i % 5 == 0 ? 0x40 : 0));
+        for (unsigned long budget : {24ul, 200ul, 100000ul})
+        {
+            std::vector<unsigned char> stream(budget);
+            const unsigned long length = gwavcompress(pixels.data(), 12, image.bytesPerPixel, image.columns,
+                                                      image.rows, stream.data(), budget);
+            seed(dir,
+                 "gw" + std::to_string(image.bytesPerPixel) + "-" + std::to_string(image.columns) + "x" +
+                     std::to_string(image.rows) + "-" + std::to_string(budget),
+                 std::string(stream.begin(), stream.begin() + long(length)));
+        }
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -349,12 +376,13 @@ int main(int argc, char** argv)
     OFLog::configure(OFLogger::FATAL_LOG_LEVEL);
     const std::string out = argv[1];
     const std::string scratch = out + "/.scratch.dcm";
-    for (const char* sub : {"", "/kqr", "/compare", "/jpeg2000", "/imgproc"})
+    for (const char* sub : {"", "/kqr", "/compare", "/jpeg2000", "/imgproc", "/gwav"})
         mkdir((out + sub).c_str(), 0755);
     kqrSeeds(out + "/kqr", scratch);
     compareSeeds(out + "/compare", scratch);
     jpeg2000Seeds(out + "/jpeg2000");
     imgprocSeeds(out + "/imgproc", scratch);
+    gwavSeeds(out + "/gwav");
     printf("%d seed files written to %s\n", written, out.c_str());
     return written > 0 ? 0 : 1;
 }

@@ -18,10 +18,10 @@ seconds=${1:-60}
 build=${KQ_FUZZ_BUILD:-build-fuzz}
 jobs=$(nproc)
 # target and the seed directory it starts from
-targets=(fuzz_kqr fuzz_compare fuzz_ignoretags fuzz_lossyrates fuzz_jpeg2000 fuzz_imgproc)
+targets=(fuzz_kqr fuzz_compare fuzz_ignoretags fuzz_lossyrates fuzz_jpeg2000 fuzz_imgproc fuzz_gwav)
 declare -A seedsOf=([fuzz_kqr]=kqr [fuzz_compare]=compare [fuzz_ignoretags]=ignoretags
                     [fuzz_lossyrates]=lossyrates [fuzz_jpeg2000]=jpeg2000
-                    [fuzz_imgproc]=imgproc)
+                    [fuzz_imgproc]=imgproc [fuzz_gwav]=gwav)
 
 echo "== build fuzz targets (clang, libFuzzer, AddressSanitizer + UndefinedBehaviorSanitizer)"
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DKQ_FUZZ=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
