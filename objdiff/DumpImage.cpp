@@ -2,15 +2,26 @@
 
 #include "objdiff/CompareImageData.h"
 
+#include "gwav/gwav.h"
+
 #include <sys/stat.h>
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <new>
 
 namespace {
 
 const char ICON_MAGIC[4] = {'I', 'C', 'O', 'N'};
+const char WAVELET_MAGIC[4] = {'G', 'W', '1', '0'};
+// The header of a wavelet stream.
+const unsigned long long WAVELET_HEADER = 10;
+// Larger images than this are not read back: a damaged header must not make the reader
+// allocate gigabytes (a dump of a 8192 x 8192 RGB frame needs 192 MiB).
+const unsigned long long MAX_DUMP_IMAGE = 1ull << 30;
+// Larger wavelet files are not read whole (a dump is 4096 bytes).
+const unsigned long long MAX_WAVELET_FILE = 256ull << 20;
 
 // Closes the file when the reading ends, whichever way.
 struct FileCloser
@@ -65,7 +76,9 @@ bool DumpImage::loadImage(std::string fileName)
 
     char magic[4] = {0, 0, 0, 0};
     const size_t got = fread(magic, 1, sizeof magic, file);
-    if (got == sizeof magic && memcmp(magic, ICON_MAGIC, sizeof magic) == 0)
+    if (got == sizeof magic && memcmp(magic, WAVELET_MAGIC, sizeof magic) == 0)
+        m_loaded = readWavelet(file, size);
+    else if (got == sizeof magic && memcmp(magic, ICON_MAGIC, sizeof magic) == 0)
         m_loaded = readIcon(file, size - sizeof magic);
     else
     {
@@ -92,6 +105,32 @@ bool DumpImage::readIcon(FILE* file, unsigned long long remaining)
     m_columns = header[0];
     m_rows = header[1];
     m_bytesPerPixel = header[2];
+    return true;
+}
+
+bool DumpImage::readWavelet(FILE* file, unsigned long long size)
+{
+    if (size < WAVELET_HEADER || size > MAX_WAVELET_FILE)
+        return false;
+    std::unique_ptr<unsigned char[]> stream(new (std::nothrow) unsigned char[size]);
+    if (stream == nullptr || fseek(file, 0, SEEK_SET) != 0 || fread(stream.get(), 1, size, file) != size)
+        return false;
+    int parameter = 0;
+    int bytesPerPixel = 0;
+    int columns = 0;
+    int rows = 0;
+    if (!gwavinfo(stream.get(), parameter, bytesPerPixel, columns, rows) || bytesPerPixel <= 0 || columns <= 0 ||
+        rows <= 0)
+        return false;
+    const unsigned long long bytes = static_cast<unsigned long long>(columns) * rows * bytesPerPixel;
+    if (bytes > MAX_DUMP_IMAGE)
+        return false;
+    m_pixels = new (std::nothrow) unsigned char[bytes];
+    if (m_pixels == nullptr || !gwavdecompress(stream.get(), m_pixels, size))
+        return false;
+    m_bytesPerPixel = static_cast<unsigned int>(bytesPerPixel);
+    m_columns = static_cast<unsigned int>(columns);
+    m_rows = static_cast<unsigned int>(rows);
     return true;
 }
 

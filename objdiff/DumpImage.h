@@ -42,6 +42,8 @@ private:
     void clear();
     /// Reads an "ICON" file after its magic; false when truncated or too large.
     bool readIcon(FILE* file, unsigned long long remaining);
+    /// Reads a whole "GW10" file of size bytes and decodes it; false when it cannot be.
+    bool readWavelet(FILE* file, unsigned long long size);
 
     unsigned char* m_pixels;
     unsigned int m_bytesPerPixel;

@@ -36,7 +36,10 @@ public:
     /// The base's finishing of the dataset; true on success.
     bool finalizeProcess() override;
     /** Finishes the current frame (the raw image's own steps) and, when dumping, writes its
-     *  dump; a dump file that cannot be created is skipped silently. True on success. */
+     *  dump; a dump file that cannot be created is skipped silently. A dump that cannot be
+     *  written (samples the wavelet codec cannot hold, a full disk) is removed, logged once
+     *  through the dcmdata logger, and fails this frame and the ones after it. True on
+     *  success. */
     bool postProcessImage() override;
 
     /// The decoded frames by frame number (1 for the first), owned by the process.
@@ -50,6 +53,7 @@ private:
     LocalObjDiffMemory m_memory;
     std::string m_prefix;
     bool m_dump;
+    bool m_dumpFailed;
 };
 
 #endif

@@ -407,7 +407,7 @@ TEST(ObjectComparator, PathFormLoadsAndAppliesKqRFiles)
     EXPECT_EQ(before, fixtures::readFile(objectPath));
 }
 
-TEST(ObjectComparator, DumpPrintsAttributes)
+TEST(ObjectComparator, DumpPrintsAttributesThenWritesTheImageDump)
 {
     fixtures::TempDir dir;
     const std::string objectPath = dir.file("IM1");
@@ -422,4 +422,5 @@ TEST(ObjectComparator, DumpPrintsAttributes)
     EXPECT_EQ(std::string::npos, c.out.find("(0010,0020)"));
     EXPECT_EQ(std::string::npos, c.out.find("(7fe0,0010)"));
     EXPECT_EQ("", c.err);
+    EXPECT_EQ((std::vector<std::string>{"IM1", "dump.dump.wavelet"}), fixtures::listDir(dir.path()));
 }

@@ -189,4 +189,15 @@ TEST(ObjDiffTool, DecodedFramesAndDumps)
         ASSERT_GE(r.err.size(), c.err.size()) << r.err;
         EXPECT_EQ(c.err, r.err.substr(r.err.size() - c.err.size()));
     }
+
+    // the dump of an object: its attributes, then the dump file, which compares equal to itself
+    const std::string dump = dir.file("a.dump.wavelet");
+    fixtures::RunResult r = objdiff({"-w", dir.file("a"), a});
+    EXPECT_EQ(0, r.status);
+    EXPECT_EQ("", r.err);
+    EXPECT_NE(std::string::npos, r.out.find("(0010,0010) PN [Test^Patient]")) << r.out;
+    EXPECT_EQ(4096u, fixtures::readFile(dump).size());
+    r = objdiff({"-c", dump, dump});
+    EXPECT_EQ(0, r.status);
+    EXPECT_EQ("", r.out + r.err);
 }
