@@ -1,4 +1,6 @@
 #include "dcmutils/codec/CodecRegistry.h"
+
+#include "dcmutils/codec/CheckedRLEDecoder.h"
 #include "dcmutils/codec/D2JPEG2000Library.h"
 #include "dcmutils/codec/D2RepresentationParameter.h"
 #include "dcmutils/codec/JPEG2000LossyRates.h"
@@ -16,8 +18,9 @@
 
 CodecRegistry::CodecRegistry()
 {
-    // RLE: no new SOP Instance UID, no reversed byte order
-    DcmRLEDecoderRegistration::registerCodecs(OFFalse, OFFalse);
+    // RLE: no new SOP Instance UID, no reversed byte order; DCMTK's decoder behind a check of
+    // the frame's fragment, which it would otherwise read past when the header is damaged
+    CheckedRLEDecoderRegistration::registerCodecs();
 
     (void)D2JPEG2000Library::initialize();
 
@@ -51,7 +54,7 @@ CodecRegistry::~CodecRegistry()
     O2EncoderRegistration::cleanup();
     O2DecoderRegistration::cleanup();
     D2JPEG2000Library::cleanup();
-    DcmRLEDecoderRegistration::cleanup();
+    CheckedRLEDecoderRegistration::cleanup();
 }
 
 DcmRepresentationParameter* CodecRegistry::getRepresentationParameter(DcmDataset& dataset, E_TransferSyntax xfer)
