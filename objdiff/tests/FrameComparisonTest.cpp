@@ -77,7 +77,6 @@ TEST(FrameComparison, MemoryBlockVerdictsAndLines)
         {"identical, lossless", {1, 2, 3, 4}, {1, 2, 3, 4}, true, false, true, "", ""},
         {"one byte, lossless", {1, 2, 3, 4}, {1, 2, 3, 5}, true, false, false, DIFFERS, ""},
         {"lengths", {1, 2, 3, 4}, {1, 2, 3, 4, 5, 6}, true, true, false, "", "Frame length differs (4 != 6\n"},
-        {"lengths, lossy", {1, 2, 3, 4}, {1, 2}, false, true, false, "", "Frame length differs (4 != 2\n"},
         {"identical, lossy", ramp12(), ramp12(), false, true, true, "", ""},
         {"one grey level in a few 12-bit samples", ramp12(),
          ramp12([](std::vector<Uint16>& v) { v[7] += 1; v[300] -= 1; v[4000] += 1; }), false, true, true, "", ""},

@@ -211,7 +211,6 @@ TEST(FrameCorpus, IndependentEncodersDecodersAndMeasure)
                                 : compareImageData(reinterpret_cast<unsigned char*>(a.frame1->getData()),
                                                    reinterpret_cast<unsigned char*>(b.frame1->getData()), length));
         manifest << first << "\t" << secondNative << "\n";
-        std::cout << name << ": " << measures.back() << "\n";
 
         IgnoreTags none;
         ObjectComparator comparator(none);
