@@ -34,8 +34,8 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "DICOM tools of the KQ archive: soft edits
 set(CPACK_PACKAGE_DESCRIPTION
     "applyChanges applies the soft edit changes of a KqR file to stored DICOM objects, verified and
 made durable object by object; makeKqR writes KqR files, objdiff compares objects, transcode
-re-encodes pixel data (RLE, JPEG, JPEG-LS, JPEG 2000) and convertPrivateTags moves legacy
-private elements.")
+re-encodes pixel data (RLE, JPEG, JPEG-LS, JPEG 2000), convertPrivateTags moves legacy
+private elements and gwav codes the wavelet image dumps.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

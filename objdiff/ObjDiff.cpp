@@ -93,6 +93,7 @@ ObjectComparator::ObjectComparator(IgnoreTags& ignore)
   , m_registry(NULL)
   , m_out(&std::cout)
   , m_err(&std::cerr)
+  , m_trouble(false)
 {
 }
 
@@ -106,17 +107,23 @@ bool ObjectComparator::isIgnored(const DcmTagKey& key) const
     return m_ignore.tags.find(key) != m_ignore.tags.end() || m_ignore.matchesRegexp(key);
 }
 
+std::ostream& ObjectComparator::trouble()
+{
+    m_trouble = true;
+    return *m_err;
+}
+
 bool ObjectComparator::loadObjectAndKqR(DcmFileFormat& file, const char* objectPath, const char* kqrPath)
 {
     OFCondition status = file.loadFile(objectPath, EXS_Unknown, EGL_noChange, MAX_READ_LENGTH, ERM_autoDetect);
     if (status.bad())
     {
-        (*m_err) << "Error loading " << objectPath << "(" << status.text() << ")" << std::endl;
+        trouble() << "Error loading " << objectPath << "(" << status.text() << ")" << std::endl;
         return false;
     }
     if (file.getDataset() == NULL)
     {
-        (*m_err) << "Error reading " << objectPath << "(" << OFCondition(EC_IllegalCall).text() << ")" << std::endl;
+        trouble() << "Error reading " << objectPath << "(" << OFCondition(EC_IllegalCall).text() << ")" << std::endl;
         return false;
     }
     if (kqrPath == NULL)
@@ -126,7 +133,7 @@ bool ObjectComparator::loadObjectAndKqR(DcmFileFormat& file, const char* objectP
     status = kqr.loadFile(kqrPath, EXS_Unknown, EGL_noChange, MAX_READ_LENGTH, ERM_autoDetect);
     if (status.bad())
     {
-        (*m_err) << "Error loading " << kqrPath << "(" << status.text() << ")" << std::endl;
+        trouble() << "Error loading " << kqrPath << "(" << status.text() << ")" << std::endl;
         return false;
     }
     status = kqr.loadAllDataIntoMemory();
@@ -134,14 +141,14 @@ bool ObjectComparator::loadObjectAndKqR(DcmFileFormat& file, const char* objectP
         status = EC_IllegalCall;
     if (status.bad())
     {
-        (*m_err) << "Error reading " << kqrPath << "(" << status.text() << ")" << std::endl;
+        trouble() << "Error reading " << kqrPath << "(" << status.text() << ")" << std::endl;
         return false;
     }
 
     status = applyModifications(*file.getDataset(), *kqr.getDataset());
     if (status.bad())
     {
-        (*m_err) << "Error applying soft edit changes to " << objectPath << " (" << status.text() << ")"
+        trouble() << "Error applying soft edit changes to " << objectPath << " (" << status.text() << ")"
                   << std::endl;
         return false;
     }
@@ -155,14 +162,19 @@ bool ObjectComparator::compareObjects(const char* file1, const char* kqr1, const
     DcmFileFormat second;
     if (!loadObjectAndKqR(first, file1, kqr1) || !loadObjectAndKqR(second, file2, kqr2))
         return false;
-    return compareObjects(first.getDataset(), second.getDataset(), mode);
+    return compareLoaded(first.getDataset(), second.getDataset(), mode, true);
 }
 
 bool ObjectComparator::compareObjects(DcmDataset* first, DcmDataset* second, OC_MODE mode)
 {
+    return compareLoaded(first, second, mode, false);
+}
+
+bool ObjectComparator::compareLoaded(DcmDataset* first, DcmDataset* second, OC_MODE mode, bool inPlace)
+{
     if (first == NULL || second == NULL)
     {
-        (*m_err) << "Error comparing DICOM objects: dataset missing" << std::endl;
+        trouble() << "Error comparing DICOM objects: dataset missing" << std::endl;
         return false;
     }
     if (mode == OC_MODE_BINARY)
@@ -179,7 +191,13 @@ bool ObjectComparator::compareObjects(DcmDataset* first, DcmDataset* second, OC_
     }
     if (!compareDataset(first, second, false))
         return false;
-    return compareFrames(first, second, lossless);
+    if (inPlace)
+        return compareFrames(first, second, lossless);
+    // the image pipeline removes the pixel data and relocates private tags: the caller's
+    // datasets stay as they are (values still in their files are not read by the copy)
+    DcmDataset firstCopy(*first);
+    DcmDataset secondCopy(*second);
+    return compareFrames(&firstCopy, &secondCopy, lossless);
 }
 
 bool ObjectComparator::compareDataset(DcmDataset* first, DcmDataset* second, bool comparePixelBinary)
@@ -217,7 +235,7 @@ bool ObjectComparator::compareDataset(DcmDataset* first, DcmDataset* second, boo
                     DcmPixelData* secondPixels = OFdynamic_cast(DcmPixelData*, b);
                     if (firstPixels == NULL || secondPixels == NULL)
                     {
-                        (*m_err) << "Error comparing Pixel Data" << std::endl;
+                        trouble() << "Error comparing Pixel Data" << std::endl;
                         result = false;
                     }
                     else if (!comparePixelDataElement(firstPixels, secondPixels))
@@ -358,22 +376,22 @@ bool ObjectComparator::compareOBOW(DcmOtherByteOtherWord* first, DcmOtherByteOth
     {
         Uint16* words = NULL;
         if (first->getUint16Array(words).bad())
-            (*m_err) << "Error getting binary(OW) data (1) [" << key << "]" << std::endl;
+            trouble() << "Error getting binary(OW) data (1) [" << key << "]" << std::endl;
         firstValue = words;
         words = NULL;
         if (second->getUint16Array(words).bad())
-            (*m_err) << "Error getting binary(OW) data (2) [" << key << "]" << std::endl;
+            trouble() << "Error getting binary(OW) data (2) [" << key << "]" << std::endl;
         secondValue = words;
     }
     else
     {
         Uint8* bytes = NULL;
         if (first->getUint8Array(bytes).bad())
-            (*m_err) << "Error getting binary(OB) data (1) [" << key << "]" << std::endl;
+            trouble() << "Error getting binary(OB) data (1) [" << key << "]" << std::endl;
         firstValue = bytes;
         bytes = NULL;
         if (second->getUint8Array(bytes).bad())
-            (*m_err) << "Error getting binary(OB) data (2) [" << key << "]" << std::endl;
+            trouble() << "Error getting binary(OB) data (2) [" << key << "]" << std::endl;
         secondValue = bytes;
     }
 
@@ -405,11 +423,21 @@ bool ObjectComparator::dumpObject(const char* objectPath, const char* kqrPath, c
     DcmFileFormat file;
     if (!loadObjectAndKqR(file, objectPath, kqrPath))
         return false;
-    return dumpObject(file.getDataset(), prefix);
+    return dumpLoaded(file.getDataset(), prefix, true);
 }
 
 bool ObjectComparator::dumpObject(DcmDataset* dataset, const char* prefix)
 {
+    return dumpLoaded(dataset, prefix, false);
+}
+
+bool ObjectComparator::dumpLoaded(DcmDataset* dataset, const char* prefix, bool inPlace)
+{
+    if (dataset == NULL)
+    {
+        trouble() << "Error dumping DICOM object: dataset missing" << std::endl;
+        return false;
+    }
     const std::vector<DcmElement*> elements = sortedElements(dataset);
     for (DcmElement* element : elements)
     {
@@ -419,6 +447,5 @@ bool ObjectComparator::dumpObject(DcmDataset* dataset, const char* prefix)
         element->print(*m_out);
     }
     m_out->flush();
-    (*m_err) << "Image dumps are not available" << std::endl;
-    return false;
+    return dumpImages(dataset, prefix, inPlace);
 }

@@ -28,6 +28,7 @@
 #include <ostream>
 
 class CodecRegistry;
+class MemoryBlock;
 
 /// What compareObjects() compares.
 enum OC_MODE
@@ -100,12 +101,15 @@ public:
     bool isLossLess(E_TransferSyntax xfer);
 
     /** Prints every attribute of an object (its KqR file applied) that is not ignored, except
-     *  the pixel data, with DCMTK's print on standard output, then writes its image dumps.
-     *  @return false: image dumps are not available in this build
+     *  the pixel data, with DCMTK's print on standard output, then writes its image dumps: one
+     *  4096-byte file per frame, prefix + ".dump.wavelet" for a single frame, else prefix +
+     *  ".frame-" + number + ".dump.wavelet" (a file that cannot be created is skipped).
+     *  @param prefix where the dumps go; null for none
+     *  @return true when the object was loaded and every frame decoded (and dumped)
      */
     bool dumpObject(const char* objectPath, const char* kqrPath, const char* prefix);
 
-    /// dumpObject() of a dataset in memory.
+    /// dumpObject() of a dataset in memory; the dataset is not changed.
     bool dumpObject(DcmDataset* dataset, const char* prefix);
 
     /** Compares stored pixel data: transfer syntaxes first; native data as binary values;
@@ -119,6 +123,17 @@ public:
      *  @return true when every item is equal
      */
     bool comparePixelSequence(DcmPixelSequence* first, DcmPixelSequence* second);
+    /** Compares two decoded frames: lossless, byte for byte; lossy, by the peak-error measure
+     *  (over 16-bit samples when wide, else bytes), equal above 40. Blocks are borrowed. */
+    bool compareMemoryBlocks(MemoryBlock* first, MemoryBlock* second, bool lossless, bool wide);
+    /** Compares two image dump files (DumpImage) by size and peak-error measure; false when
+     *  they differ or either cannot be read. */
+    bool compareDumps(const char* file1, const char* file2);
+
+    /** True once an operation failed for a reason other than a difference (a file that cannot
+     *  be read, pixel data that cannot be decoded, a dump that cannot be written or read), so
+     *  that a caller can tell "different" from "could not compare". */
+    bool hadTrouble() const { return m_trouble; }
 
     /// Print the debug and trace lines (set by the caller after construction; false at first).
     bool verbose;
@@ -134,13 +149,24 @@ public:
 
 private:
     bool isIgnored(const DcmTagKey& key) const;
-    // Compares the decoded frames of both datasets.
+    // The error stream, after noting that the comparison could not be carried out.
+    std::ostream& trouble();
+    // Both forms of compareObjects; inPlace: the datasets are the comparator's own and may be
+    // changed by the image pipeline (else it works on copies).
+    bool compareLoaded(DcmDataset* first, DcmDataset* second, OC_MODE mode, bool inPlace);
+    bool dumpLoaded(DcmDataset* dataset, const char* prefix, bool inPlace);
+    // The image dumps of dumpObject, one per frame.
+    bool dumpImages(DcmDataset* dataset, const char* prefix, bool inPlace);
+    // The decoded frames of both datasets, which the image pipeline changes.
     bool compareFrames(DcmDataset* first, DcmDataset* second, bool lossless);
+    // Decoders for the image pipeline, registered on first need.
+    void registerCodecs();
 
     IgnoreTags& m_ignore;
     CodecRegistry* m_registry;
     std::ostream* m_out;
     std::ostream* m_err;
+    bool m_trouble;
 };
 
 #endif

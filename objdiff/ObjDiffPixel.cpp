@@ -33,13 +33,13 @@ bool ObjectComparator::comparePixelDataElement(DcmPixelData* first, DcmPixelData
     OFCondition status = first->getEncapsulatedRepresentation(firstXfer, firstParameter, firstSequence);
     if (status.bad())
     {
-        (*m_err) << "Error getting pixel sequence (1): " << status.text() << std::endl;
+        trouble() << "Error getting pixel sequence (1): " << status.text() << std::endl;
         return false;
     }
     status = second->getEncapsulatedRepresentation(secondXfer, secondParameter, secondSequence);
     if (status.bad())
     {
-        (*m_err) << "Error getting pixel sequence (2): " << status.text() << std::endl;
+        trouble() << "Error getting pixel sequence (2): " << status.text() << std::endl;
         return false;
     }
     // The second sequence is only proved readable: fragmentation may legitimately differ
@@ -68,13 +68,13 @@ bool ObjectComparator::comparePixelSequence(DcmPixelSequence* first, DcmPixelSeq
         OFCondition status = first->getItem(firstItem, i);
         if (status.bad())
         {
-            (*m_err) << "Error getting pixel item (1) " << i << "[" << status.text() << "]" << std::endl;
+            trouble() << "Error getting pixel item (1) " << i << "[" << status.text() << "]" << std::endl;
             firstItem = NULL;
         }
         status = second->getItem(secondItem, i);
         if (status.bad())
         {
-            (*m_err) << "Error getting pixel item (2) " << i << "[" << status.text() << "]" << std::endl;
+            trouble() << "Error getting pixel item (2) " << i << "[" << status.text() << "]" << std::endl;
             secondItem = NULL;
         }
         if (firstItem != NULL && secondItem == NULL)
@@ -96,11 +96,4 @@ bool ObjectComparator::comparePixelSequence(DcmPixelSequence* first, DcmPixelSeq
         }
     }
     return true;
-}
-
-bool ObjectComparator::compareFrames(DcmDataset* first, DcmDataset* second, bool lossless)
-{
-    // Decoding frames needs the image pipeline, which this build does not carry.
-    (*m_err) << "Frame comparison is not available" << std::endl;
-    return false;
 }

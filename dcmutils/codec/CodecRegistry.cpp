@@ -1,4 +1,7 @@
 #include "dcmutils/codec/CodecRegistry.h"
+
+#include "dcmutils/codec/CheckedJPEGDecoder.h"
+#include "dcmutils/codec/CheckedRLEDecoder.h"
 #include "dcmutils/codec/D2JPEG2000Library.h"
 #include "dcmutils/codec/D2RepresentationParameter.h"
 #include "dcmutils/codec/JPEG2000LossyRates.h"
@@ -19,8 +22,9 @@
 
 CodecRegistry::CodecRegistry()
 {
-    // RLE: no new SOP Instance UID, no reversed byte order
-    DcmRLEDecoderRegistration::registerCodecs(OFFalse, OFFalse);
+    // RLE: no new SOP Instance UID, no reversed byte order; DCMTK's decoder behind a check of
+    // the frame's fragment, which it would otherwise read past when the header is damaged
+    CheckedRLEDecoderRegistration::registerCodecs();
 
     (void)D2JPEG2000Library::initialize();
 
@@ -39,8 +43,10 @@ CodecRegistry::CodecRegistry()
     DJEncoderRegistration::registerCodecs(ECC_lossyRGB, EUC_never, OFTrue, 0, 0, 0, OFTrue, ESS_444, OFFalse, OFFalse,
                                           0, 0, 0.0, 0.0, 0, 0, 0, 0, OFTrue, OFFalse, OFFalse, OFFalse, OFTrue);
 
-    DJDecoderRegistration::registerCodecs(EDC_photometricInterpretation, EUC_default, EPC_default, OFFalse, OFFalse,
-                                          OFFalse);
+    // DCMTK's JPEG decoders with these parameters (EDC_photometricInterpretation, EUC_default,
+    // EPC_default, no workarounds), behind a check of each frame's first fragment: a TEM marker
+    // there would keep them scanning for ever
+    CheckedJPEGDecoderRegistration::registerCodecs();
 
     // JPEG-LS too: without it a JPEG-LS object could be neither compared nor transcoded.
     DJLSDecoderRegistration::registerCodecs();
@@ -55,14 +61,14 @@ CodecRegistry::CodecRegistry()
 CodecRegistry::~CodecRegistry()
 {
     DJEncoderRegistration::cleanup();
-    DJDecoderRegistration::cleanup();
+    CheckedJPEGDecoderRegistration::cleanup();
     DJLSDecoderRegistration::cleanup();
     DJLSEncoderRegistration::cleanup();
     DcmRLEEncoderRegistration::cleanup();
     O2EncoderRegistration::cleanup();
     O2DecoderRegistration::cleanup();
     D2JPEG2000Library::cleanup();
-    DcmRLEDecoderRegistration::cleanup();
+    CheckedRLEDecoderRegistration::cleanup();
 }
 
 DcmRepresentationParameter* CodecRegistry::getRepresentationParameter(DcmDataset& dataset, E_TransferSyntax xfer)

@@ -261,9 +261,9 @@ TEST(ObjectComparator, FrameModeSkipsStoredPixelDataAndIgnoresLossyAttributes)
     ASSERT_TRUE(lossy.loadFile(fixtures::corpusFile("SC_rgb_jpeg_dcmtk.dcm").c_str()).good());
     IgnoreTags rules;
     Comparison c = compareDatasets(*a.getDataset(), *b.getDataset(), rules, true, OC_MODE_FRAMES);
-    EXPECT_FALSE(c.equal);
+    EXPECT_TRUE(c.equal);
     EXPECT_NE(std::string::npos, c.output.out.find("DEBUG: skipping binary compare for pixel data\n"));
-    EXPECT_EQ("Frame comparison is not available\n", c.output.err);
+    EXPECT_EQ("", c.output.err);
     EXPECT_TRUE(rules.tags.empty()); // a lossless pair
     // an attribute difference ends the comparison before the frames
     b.getDataset()->putAndInsertString(DCM_PatientID, "X");
@@ -407,7 +407,7 @@ TEST(ObjectComparator, PathFormLoadsAndAppliesKqRFiles)
     EXPECT_EQ(before, fixtures::readFile(objectPath));
 }
 
-TEST(ObjectComparator, DumpPrintsAttributesButNoImages)
+TEST(ObjectComparator, DumpPrintsAttributesThenWritesTheImageDump)
 {
     fixtures::TempDir dir;
     const std::string objectPath = dir.file("IM1");
@@ -417,10 +417,10 @@ TEST(ObjectComparator, DumpPrintsAttributesButNoImages)
     ObjectComparator comparator(rules);
     bool r = true;
     Captured c = capture([&] { r = comparator.dumpObject(objectPath.c_str(), NULL, dir.file("dump").c_str()); });
-    EXPECT_FALSE(r);
+    EXPECT_TRUE(r);
     EXPECT_NE(std::string::npos, c.out.find("(0010,0010) PN [Test^Patient]")) << c.out;
     EXPECT_EQ(std::string::npos, c.out.find("(0010,0020)"));
     EXPECT_EQ(std::string::npos, c.out.find("(7fe0,0010)"));
-    EXPECT_EQ("Image dumps are not available\n", c.err);
-    EXPECT_EQ(std::vector<std::string>{"IM1"}, fixtures::listDir(dir.path()));
+    EXPECT_EQ("", c.err);
+    EXPECT_EQ((std::vector<std::string>{"IM1", "dump.dump.wavelet"}), fixtures::listDir(dir.path()));
 }

@@ -29,11 +29,14 @@ TEST(ProgramOptions, HelpVersionLoggerOptionsAndUsageErrors)
         std::string name;
         std::vector<std::string> failing; // arguments that parse but fail
         std::string failure;              // the start of the one line they give
+        int trouble;                      // the exit status of a failure or usage error
     };
     const Program programs[] = {
-        {"makeKqR", {nowhere}, "makeKqR: cannot write " + nowhere},
-        {"convertPrivateTags", {missing, dir.file("out.dcm")}, "convertPrivateTags: cannot convert " + missing},
-        {"transcode", {"-x", "1.2.840.10008.1.2.1", missing, dir.file("out.dcm")}, "transcode: cannot read " + missing},
+        {"makeKqR", {nowhere}, "makeKqR: cannot write " + nowhere, 1},
+        {"convertPrivateTags", {missing, dir.file("out.dcm")}, "convertPrivateTags: cannot convert " + missing, 1},
+        {"transcode", {"-x", "1.2.840.10008.1.2.1", missing, dir.file("out.dcm")}, "transcode: cannot read " + missing,
+         1},
+        {"objdiff", {missing, missing}, "Error loading " + missing, 2}, // 1 is for "different"
     };
     const std::regex version(std::string("[A-Za-z]+ \\(KQ archive\\) ") + KQ_VERSION + "\nDCMTK " +
                              OFFIS_DCMTK_VERSION_STRING + "\nOpenJPEG [0-9]+\\.[0-9]+\\.[0-9]+\n");
@@ -55,12 +58,12 @@ TEST(ProgramOptions, HelpVersionLoggerOptionsAndUsageErrors)
         EXPECT_EQ(0u, r.out.find(p.name + " (KQ archive) "));
 
         r = runProgram(p.name, p.failing);
-        EXPECT_EQ(1, r.status);
+        EXPECT_EQ(p.trouble, r.status);
         EXPECT_EQ(0u, r.err.find(p.failure)) << r.err;
         std::vector<std::string> args = {"-q"};
         args.insert(args.end(), p.failing.begin(), p.failing.end());
         r = runProgram(p.name, args);
-        EXPECT_EQ(1, r.status);
+        EXPECT_EQ(p.trouble, r.status);
         EXPECT_EQ("", r.out + r.err);
         args[0] = "--arguments";
         r = runProgram(p.name, args);
@@ -80,7 +83,7 @@ TEST(ProgramOptions, HelpVersionLoggerOptionsAndUsageErrors)
             args = u.first;
             args.insert(args.end(), p.failing.begin(), p.failing.end());
             r = runProgram(p.name, args);
-            EXPECT_EQ(1, r.status);
+            EXPECT_EQ(p.trouble, r.status);
             EXPECT_EQ("", r.out);
             EXPECT_EQ(p.name + ": " + u.second + see, r.err);
         }
