@@ -99,8 +99,9 @@ int main(int argc, char** argv)
     int status = 0;
     if (!programOptions.parse(argc, argv, status))
         return status;
-    // with -q nothing is printed on standard error, as by cmp -s: the exit status tells
-    if (programOptions.quiet() && freopen("/dev/null", "w", stderr) == NULL)
+    // with -q nothing is printed, as by cmp -s: the exit status tells
+    if (programOptions.quiet() &&
+        (freopen("/dev/null", "w", stdout) == NULL || freopen("/dev/null", "w", stderr) == NULL))
         return EXIT_TROUBLE;
 
     KQDictionary::registerEntries();

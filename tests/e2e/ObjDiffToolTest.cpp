@@ -125,9 +125,14 @@ TEST(ObjDiffTool, CorpusFilesEqualThemselves)
         EXPECT_EQ(0, r.status) << name << r.err;
         EXPECT_EQ("", r.out + r.err) << name;
     }
-    const fixtures::RunResult r = objdiff({fixtures::corpusFile("CT_small.dcm"), fixtures::corpusFile("MR_small.dcm")});
+    fixtures::RunResult r = objdiff({fixtures::corpusFile("CT_small.dcm"), fixtures::corpusFile("MR_small.dcm")});
     EXPECT_EQ(1, r.status);
     EXPECT_NE(std::string::npos, r.err.find("! (0008,0060): CT != MR\n"));
+    EXPECT_NE(std::string::npos, r.out.find("< (0009,0010): GEMS_IDEN_01\n")); // one-sided attributes
+    // -q: nothing printed, as by cmp -s
+    r = objdiff({"-q", fixtures::corpusFile("CT_small.dcm"), fixtures::corpusFile("MR_small.dcm")});
+    EXPECT_EQ(1, r.status);
+    EXPECT_EQ("", r.out + r.err);
 }
 
 TEST(ObjDiffTool, DecodedFramesAndDumps)
