@@ -3,6 +3,7 @@
 //   gwav decode [options] <stream> <PGM, PPM or PNG>          a stream (or its prefix) as an image
 //   gwav info <stream>                                        what a stream's header says
 // Each command has -h; errors are one line on standard error and exit status 1.
+#include "dcmutils/codec/CodecRegistry.h"
 #include "gwav/DicomFrame.h"
 #include "gwav/RasterImage.h"
 #include "gwav/StreamHeader.h"
@@ -10,9 +11,6 @@
 #include "tools/options/ProgramOptions.h"
 
 #include "dcmtk/config/osconfig.h"
-#include "dcmtk/dcmdata/dcrledrg.h"
-#include "dcmtk/dcmjpeg/djdecode.h"
-#include "dcmtk/dcmjpls/djdecode.h"
 #include "dcmtk/ofstd/ofcmdln.h"
 #include "dcmtk/ofstd/ofconapp.h"
 #include "dcmtk/oflog/oflog.h"
@@ -245,13 +243,9 @@ int encode(int argc, char* argv[])
         read = image.readPnm(input, error);
     else
     {
-        DJDecoderRegistration::registerCodecs();
-        DcmRLEDecoderRegistration::registerCodecs();
-        DJLSDecoderRegistration::registerCodecs();
+        // every decoder the archive has, JPEG 2000 included, with damaged frames refused
+        CodecRegistry registry;
         read = readDicomFrame(input, frame, image, error);
-        DJLSDecoderRegistration::cleanup();
-        DcmRLEDecoderRegistration::cleanup();
-        DJDecoderRegistration::cleanup();
     }
     if (!read)
         return fail(error);
