@@ -9,7 +9,6 @@
 #include "objdiff/ObjDiffProcess.h"
 
 #include "dcmutils/codec/CodecRegistry.h"
-#include "objdiff/tests/Capture.h"
 #include "tests/fixtures/Fixtures.h"
 
 #include "dcmtk/dcmdata/dctk.h"
@@ -17,11 +16,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <fstream>
 #include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -189,7 +185,7 @@ TEST(FrameCorpus, IndependentEncodersDecodersAndMeasure)
         {
             ObjectComparator comparator(rules);
             bool equal = false;
-            Captured c = capture([&] { equal = comparator.compareObjects(first.c_str(), NULL, second.c_str(), NULL, OC_MODE_FRAMES); });
+            fixtures::Captured c = fixtures::capture([&] { equal = comparator.compareObjects(first.c_str(), NULL, second.c_str(), NULL, OC_MODE_FRAMES); });
             EXPECT_EQ(equal, pair.err[0] == '\0');
             EXPECT_EQ(c.err, pair.err);
             EXPECT_EQ(c.out, pair.err == DIFFERS ? "! Pixel Data differs\n" : "");
@@ -215,7 +211,7 @@ TEST(FrameCorpus, IndependentEncodersDecodersAndMeasure)
         IgnoreTags none;
         ObjectComparator comparator(none);
         bool lossless = false;
-        capture([&] { lossless = comparator.compareMemoryBlocks(a.frame1, b.frame1, true, wide); });
+        fixtures::capture([&] { lossless = comparator.compareMemoryBlocks(a.frame1, b.frame1, true, wide); });
         const double maxError = dcmicmpMaxError(first, secondNative);
         ASSERT_GE(maxError, 0);
         EXPECT_EQ(lossless, maxError == 0) << "dcmicmp max error " << maxError;
