@@ -17,13 +17,7 @@
 
 namespace {
 
-struct Image
-{
-    int bytesPerPixel;
-    int columns;
-    int rows;
-    std::vector<unsigned char> pixels;
-};
+struct Image { int bytesPerPixel; int columns; int rows; std::vector<unsigned char> pixels; };
 
 Image makeImage(int bytesPerPixel, int columns, int rows, std::mt19937& random, bool smooth)
 {
@@ -239,11 +233,7 @@ TEST(CodecTest, DamagedStreamsDecodeWithoutHarm)
 TEST(CodecTest, DumpsOfRealImagesBeatJpeg2000)
 {
     // OpenJPEG's irreversible 9/7 at the largest rate that fits 4086 bytes of codestream
-    const struct
-    {
-        const char* name;
-        double jpeg2000;
-    } cases[] = {{"CT_small.dcm", 49.97}, {"MR_small.dcm", 71.9}};
+    const struct { const char* name; double jpeg2000; } cases[] = {{"CT_small.dcm", 49.97}, {"MR_small.dcm", 71.9}};
     for (const auto& c : cases)
     {
         Image image = corpusImage(c.name);

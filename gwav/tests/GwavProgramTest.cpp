@@ -89,11 +89,7 @@ TEST(GwavProgramTest, ErrorsAreOneLineWithStatusOne)
     fixtures::TempDir dir;
     ASSERT_TRUE(fixtures::writeFile(dir.file("short.gwav"), "GW10\x01"));
     ASSERT_TRUE(fixtures::writeFile(dir.file("in.pgm"), pgm12()));
-    const struct
-    {
-        std::vector<std::string> arguments;
-        std::string error;
-    } cases[] = {
+    const struct { std::vector<std::string> arguments; std::string error; } cases[] = {
         {{"frobnicate"}, "E: unknown command: frobnicate (encode, decode or info)\n"},
         {{"-v", "encode", "a", "b"}, "E: options go after the command: gwav encode [options] ...\n"},
         {{"encode", dir.file("in.pgm")}, "E: Missing parameter stream-out\n"},

@@ -103,12 +103,7 @@ TEST(DumpImage, ReadingFiles)
 TEST(DumpImage, ComparingDumps)
 {
     fixtures::TempDir dir;
-    struct Case
-    {
-        const char* name;
-        std::string first, second;
-        bool equal;
-    };
+    struct Case { const char* name; std::string first, second; bool equal; };
     std::vector<uint8_t> nearly = ramp(64, 3);
     nearly[5] += 1;
     std::vector<uint8_t> wrong = ramp(64, 3);

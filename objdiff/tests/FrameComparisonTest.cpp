@@ -50,11 +50,7 @@ void fill(MemoryBlock& block, const std::vector<Uint8>& bytes)
         memcpy(data, bytes.data(), bytes.size());
 }
 
-struct Lines
-{
-    std::ostringstream out;
-    std::ostringstream err;
-};
+struct Lines { std::ostringstream out; std::ostringstream err; };
 
 } // namespace
 

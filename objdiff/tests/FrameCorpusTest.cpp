@@ -104,12 +104,7 @@ double dcmicmpMaxError(const std::string& first, const std::string& second)
     return atof(r.out.c_str() + r.out.find('=', at) + 1);
 }
 
-struct Decoded
-{
-    DcmFileFormat file;
-    std::unique_ptr<ObjDiffProcess> process;
-    MemoryBlock* frame1 = NULL;
-};
+struct Decoded { DcmFileFormat file; std::unique_ptr<ObjDiffProcess> process; MemoryBlock* frame1 = NULL; };
 
 // Decodes a file's frames through the comparison's process.
 bool decode(const std::string& path, Decoded& decoded)

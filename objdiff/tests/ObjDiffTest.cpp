@@ -66,11 +66,7 @@ DcmElement* text(DcmEVR vr, const DcmTagKey& key, const char* value)
     return element;
 }
 
-struct Comparison
-{
-    bool equal = false;
-    Captured output;
-};
+struct Comparison { bool equal = false; Captured output; };
 
 Comparison compareDatasets(DcmDataset& a, DcmDataset& b, IgnoreTags& rules, bool verbose = false,
                            OC_MODE mode = OC_MODE_BINARY)
@@ -87,12 +83,7 @@ Comparison compareDatasets(DcmDataset& a, DcmDataset& b, IgnoreTags& rules, bool
 TEST(IgnoreTags, ReadsTagsAndPatternsFromFile)
 {
     const std::string longLine = "(0008,0018)" + std::string(200, 'x');
-    struct Case
-    {
-        std::string content;
-        std::set<DcmTagKey> tags;
-        std::set<std::string> patterns;
-    };
+    struct Case { std::string content; std::set<DcmTagKey> tags; std::set<std::string> patterns; };
     const Case cases[] = {
         {"", {}, {}},
         // the first "(" counts, the separator is not examined, duplicates are dropped
@@ -385,12 +376,7 @@ TEST(ObjectComparator, StoredPixelData)
 
 TEST(ObjectComparator, PixelSequences)
 {
-    struct Case
-    {
-        Fragments second;
-        bool equal;
-        const char* err;
-    };
+    struct Case { Fragments second; bool equal; const char* err; };
     const Case cases[] = {
         {{{}, {1, 2}}, true, ""},
         {{{}, {1, 2}, {3, 4}}, false, "! (7fe0,0010) Number of pixel items differs (2 != 3)\n"},

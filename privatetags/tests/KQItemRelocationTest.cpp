@@ -242,12 +242,7 @@ TEST(KQItemFile, ImplicitVRTakesTheVRFromTheDictionary)
 TEST(KQItemFile, ConvertsLegacyFiles)
 {
     fixtures::TempDir dir;
-    const struct
-    {
-        E_TransferSyntax xfer;
-        E_EncodingType encoding;
-        bool inPlace;
-    } cases[] = {
+    const struct { E_TransferSyntax xfer; E_EncodingType encoding; bool inPlace; } cases[] = {
         {EXS_LittleEndianExplicit, EET_ExplicitLength, false},
         {EXS_LittleEndianImplicit, EET_UndefinedLength, false}, // legacy sequences read without dictionary
         {EXS_BigEndianExplicit, EET_ExplicitLength, true},

@@ -76,12 +76,7 @@ struct StudyObject
 };
 
 // The states of all objects of a study directory; every damaged object is in problems.
-struct Tally
-{
-    int original = 0;
-    int edited = 0;
-    std::vector<std::string> problems;
-};
+struct Tally { int original = 0; int edited = 0; std::vector<std::string> problems; };
 
 // Objects of a study directory and the soft edit that applyChanges is to make of them.
 class Study

@@ -5,14 +5,12 @@
 
 #include "privatetags/KQItem.h"
 
-#include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dctk.h"
 #include "dcmtk/oflog/oflog.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <memory>
 
 using namespace imgproctest;
 
@@ -139,14 +137,15 @@ TEST(ImageProcess, WalkRemovesConsumedElementsAndRefusedPrivateOnes)
     for (const bool noHandlers : {false, true})
     {
         SCOPED_TRACE(noHandlers ? "no tag handlers" : "tag handlers");
-        std::unique_ptr<DcmDataset> ds(monochromeDataset(4, 4, 1));
+        auto file = image(4, 4, 1);
+        DcmDataset* ds = file->getDataset();
         ds->insertSequenceItem(DCM_IconImageSequence, new DcmItem());
         ds->putAndInsertString(DcmTag(0x0029, 0x0010, EVR_LO), "Vendor");
         ds->putAndInsertString(DcmTag(0x0029, 0x1010, EVR_LO), "vendor data");
         ds->putAndInsertString(DcmTag(0xF215, 0x0010, EVR_LO), "KQ group A");
         ds->putAndInsertString(DcmTag(0xF215, 0x1015, EVR_DA), "20200101");
         ds->putAndInsertUint8Array(DCM_EncapsulatedDocument, reinterpret_cast<const Uint8*>("%PDF"), 4);
-        TestProcess p(ds.get(), noHandlers);
+        TestProcess p(ds, noHandlers);
         p.m_refusedGroup = 0x0029;
         EXPECT_EQ(p.process(), 0);
         EXPECT_EQ(ds->tagExists(DCM_PixelData), noHandlers);
@@ -165,12 +164,11 @@ TEST(ImageProcess, FramesGoToTheMemoryByFrameNumber)
     for (const int specific : {0, 2})
     {
         SCOPED_TRACE(specific);
-        std::unique_ptr<DcmDataset> ds(monochromeDataset(rows, columns, 3));
-        std::string all;
+        auto file = image(rows, columns, 3);
         const Uint16* samples = nullptr;
-        ds->findAndGetUint16Array(DCM_PixelData, samples);
-        all.assign(reinterpret_cast<const char*>(samples), 3 * frameBytes);
-        TestProcess p(ds.get(), false, specific);
+        file->getDataset()->findAndGetUint16Array(DCM_PixelData, samples);
+        const std::string all(reinterpret_cast<const char*>(samples), 3 * frameBytes);
+        TestProcess p(file->getDataset(), false, specific);
         EXPECT_EQ(p.process(), 0);
         if (specific == 0)
         {
@@ -192,14 +190,7 @@ TEST(ImageProcess, FramesGoToTheMemoryByFrameNumber)
 TEST(ImageProcess, PixelPathMessages)
 {
     OFLog::configure(OFLogger::WARN_LOG_LEVEL);
-    struct Case
-    {
-        const char* name;
-        std::function<void(DcmDataset&)> change;
-        int specific;
-        int status;
-        const char* message;
-    };
+    struct Case { const char* name; std::function<void(DcmDataset&)> change; int specific, status; const char* message; };
     const Case cases[] = {
         {"frame beyond the object", [](DcmDataset&) {}, 5, 0,
          "Invalid specific frame number 5. There are only 3 frames in the object"},
@@ -219,24 +210,20 @@ TEST(ImageProcess, PixelPathMessages)
     for (const Case& c : cases)
     {
         SCOPED_TRACE(c.name);
-        std::unique_ptr<DcmDataset> ds(monochromeDataset(4, 4, 3));
-        c.change(*ds);
-        TestProcess p(ds.get(), false, c.specific);
-        StderrCapture log;
-        EXPECT_EQ(p.process(), c.status);
-        EXPECT_NE(log.text().find(c.message), std::string::npos) << log.text();
+        auto file = image(4, 4, 3);
+        c.change(*file->getDataset());
+        TestProcess p(file->getDataset(), false, c.specific);
+        int status = -1;
+        const std::string log = fixtures::capture([&] { status = p.process(); }).err;
+        EXPECT_EQ(status, c.status);
+        EXPECT_NE(log.find(c.message), std::string::npos) << log;
         EXPECT_TRUE(p.getPixelDataSeen());
     }
 }
 
 TEST(ImageProcess, KqRContentScopes)
 {
-    struct Case
-    {
-        const char* scope;
-        int status;
-        int recorded;
-    };
+    struct Case { const char* scope; int status, recorded; };
     const Case cases[] = {{nullptr, 0, CKqRContent::SCOPE_NONE},
                           {"STUDY", 0, CKqRContent::SCOPE_STUDY},
                           {"PARTIAL", 0, CKqRContent::SCOPE_PARTIAL},

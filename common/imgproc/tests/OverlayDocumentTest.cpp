@@ -85,12 +85,14 @@ TEST(Overlay, SeparateAndEmbeddedOverlaysEndInTheKQBlock)
 {
     // a signed 12-bit image in 16-bit words, overlay bits in bit 12 (group 6002) and a separate
     // overlay in group 6000
-    std::unique_ptr<DcmDataset> ds(monochromeDataset(2, 4, 1, 12, true));
+    auto file = image(2, 4, 1);
+    DcmDataset* ds = file->getDataset();
+    ds->putAndInsertUint16(DCM_PixelRepresentation, 1);
     const Uint16 samples[8] = {0x1FFF, 0x07FF, 0x1001, 0x0800, 0xE000, 0x0FFF, 0x1000, 0x0001};
     ds->putAndInsertUint16Array(DCM_PixelData, samples, 8);
     addOverlayGroup(*ds, 0x6000, 2, 4, 1, 0, std::string("\xA5\x00", 2));
     addOverlayGroup(*ds, 0x6002, 2, 4, 16, 12, "");
-    TestProcess p(ds.get());
+    TestProcess p(ds);
     EXPECT_EQ(p.process(), 0);
 
     ASSERT_NE(p.getOverlays().get(0), nullptr);
