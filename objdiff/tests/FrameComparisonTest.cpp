@@ -19,27 +19,16 @@
 
 namespace {
 
-std::vector<Uint8> words(const std::vector<Uint16>& values)
-{
-    std::vector<Uint8> bytes(values.size() * 2);
-    memcpy(bytes.data(), values.data(), bytes.size());
-    return bytes;
-}
-
 // 0, 1, ..., 4095 as 16-bit samples (a 12-bit ramp), with change applied.
-template <typename Change>
-std::vector<Uint8> ramp12(Change change)
+std::vector<Uint8> ramp12(void (*change)(std::vector<Uint16>&) = nullptr)
 {
     std::vector<Uint16> values(4096);
     for (size_t i = 0; i < values.size(); ++i)
         values[i] = Uint16(i);
-    change(values);
-    return words(values);
-}
-
-std::vector<Uint8> ramp12()
-{
-    return ramp12([](std::vector<Uint16>&) {});
+    if (change)
+        change(values);
+    const Uint8* bytes = reinterpret_cast<const Uint8*>(values.data());
+    return std::vector<Uint8>(bytes, bytes + 2 * values.size());
 }
 
 void fill(MemoryBlock& block, const std::vector<Uint8>& bytes)
@@ -50,22 +39,13 @@ void fill(MemoryBlock& block, const std::vector<Uint8>& bytes)
         memcpy(data, bytes.data(), bytes.size());
 }
 
-struct Lines { std::ostringstream out; std::ostringstream err; };
-
 } // namespace
 
 TEST(FrameComparison, MemoryBlockVerdictsAndLines)
 {
     const char* const DIFFERS = "! Pixel Data differs\n";
-    struct Case
-    {
-        const char* name;
-        std::vector<Uint8> first, second;
-        bool lossless, wide, equal;
-        const char* out;
-        const char* err;
-        bool firstMissing = false; // the first block is never allocated
-    };
+    struct Case { const char* name; std::vector<Uint8> first, second; bool lossless, wide, equal;
+                  const char *out, *err; bool firstMissing = false; }; // the first block never allocated
     const std::vector<Case> cases = {
         {"identical, lossless", {1, 2, 3, 4}, {1, 2, 3, 4}, true, false, true, "", ""},
         {"one byte, lossless", {1, 2, 3, 4}, {1, 2, 3, 5}, true, false, false, DIFFERS, ""},
@@ -91,11 +71,11 @@ TEST(FrameComparison, MemoryBlockVerdictsAndLines)
         fill(second, c.second);
         IgnoreTags rules;
         ObjectComparator comparator(rules);
-        Lines lines;
-        comparator.setOutput(lines.out, lines.err);
+        std::ostringstream out, err;
+        comparator.setOutput(out, err);
         EXPECT_EQ(comparator.compareMemoryBlocks(&first, &second, c.lossless, c.wide), c.equal);
-        EXPECT_EQ(lines.out.str(), c.out);
-        EXPECT_EQ(lines.err.str(), c.err);
+        EXPECT_EQ(out.str(), c.out);
+        EXPECT_EQ(err.str(), c.err);
     }
 }
 
@@ -131,11 +111,11 @@ TEST(FrameComparison, ObjectsAndTheirFrames)
         for (const DcmTagKey& key : {DCM_BitsAllocated, DCM_BitsStored, DCM_HighBit})
             rules.tags.insert(key);
         ObjectComparator comparator(rules);
-        Lines lines;
-        comparator.setOutput(lines.out, lines.err);
+        std::ostringstream out, err;
+        comparator.setOutput(out, err);
         EXPECT_FALSE(comparator.compareObjects(a->getDataset(), b->getDataset(), OC_MODE_FRAMES));
-        EXPECT_EQ(lines.err.str(), "Frame length differs (64 != 128\n! Image frame 1 differs\n");
-        EXPECT_EQ(lines.out.str(), "");
+        EXPECT_EQ(err.str(), "Frame length differs (64 != 128\n! Image frame 1 differs\n");
+        EXPECT_EQ(out.str(), "");
         EXPECT_FALSE(comparator.hadTrouble());
     }
 
@@ -148,12 +128,12 @@ TEST(FrameComparison, ObjectsAndTheirFrames)
         rules.tags.insert(DCM_Rows);
         (broken == 0 ? a : b)->getDataset()->putAndInsertUint16(DCM_Rows, 0);
         ObjectComparator comparator(rules);
-        Lines lines;
-        comparator.setOutput(lines.out, lines.err);
+        std::ostringstream out, err;
+        comparator.setOutput(out, err);
         bool equal = true;
         fixtures::capture([&] { equal = comparator.compareObjects(a->getDataset(), b->getDataset(), OC_MODE_FRAMES); });
         EXPECT_FALSE(equal);
-        EXPECT_EQ(lines.err.str(), broken == 0 ? "Error processing first DICOM object\n"
+        EXPECT_EQ(err.str(), broken == 0 ? "Error processing first DICOM object\n"
                                                : "Error processing second DICOM object\n");
         EXPECT_TRUE(comparator.hadTrouble());
     }

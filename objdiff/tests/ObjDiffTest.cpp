@@ -424,7 +424,10 @@ TEST(ObjectComparator, PathFormLoadsAndAppliesKqRFiles)
     EXPECT_EQ("< (0020,4000): edited\n< (f215,0010): KQ group A\n", c.out);
     EXPECT_EQ("! (0010,0010): New^Name != Test^Patient\n", c.err);
     EXPECT_EQ(before, fixtures::readFile(objectPath));
-    c = capture([&] { equal = comparator.compareObjects(missing.c_str(), NULL, objectPath.c_str(), NULL, OC_MODE_BINARY); });
+    ASSERT_TRUE(fixtures::writeFile(dir.file("text"), "not a DICOM file at all"));
+    c = capture([&] {
+        equal = comparator.compareObjects(missing.c_str(), NULL, dir.file("text").c_str(), NULL, OC_MODE_BINARY);
+    });
     EXPECT_FALSE(equal);
     EXPECT_EQ("Error loading " + missing + "(No such file or directory)\n", c.out + c.err);
 }
