@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <sstream>
 
 using namespace imgproctest;
 
@@ -78,17 +79,12 @@ TEST(ImageProcess, HandlersCollectTheImageDescription)
              ds.putAndInsertString(DCM_Modality, "CT");
          },
          [](const TestProcess& p) {
-             EXPECT_EQ(p.getRows(), 7);
-             EXPECT_EQ(p.getColumns(), 9);
-             EXPECT_EQ(p.getBitsStored(), 12);
-             EXPECT_EQ(p.getHighBit(), 11);
-             EXPECT_EQ(p.getPixelRepresentation(), 1);
-             EXPECT_DOUBLE_EQ(p.getWindowCenter(), 40.0);
-             EXPECT_DOUBLE_EQ(p.getWindowWidth(), 350.0);
-             EXPECT_DOUBLE_EQ(p.getRescaleIntercept(), -1024.0);
-             EXPECT_DOUBLE_EQ(p.getRescaleSlope(), 2.5);
-             EXPECT_DOUBLE_EQ(p.getPixelSpacing()[1], 0.25);
-             EXPECT_EQ(p.getModality(), "CT");
+             std::ostringstream got;
+             got << p.getRows() << " " << p.getColumns() << " " << p.getBitsStored() << " " << p.getHighBit() << " "
+                 << p.getPixelRepresentation() << " " << p.getWindowCenter() << " " << p.getWindowWidth() << " "
+                 << p.getRescaleIntercept() << " " << p.getRescaleSlope() << " " << p.getPixelSpacing()[1] << " "
+                 << p.getModality();
+             EXPECT_EQ("7 9 12 11 1 40 350 -1024 2.5 0.25 CT", got.str());
          }},
         {"palette descriptors: US unsigned, SS signed first mapped value",
          [](DcmDataset& ds) {

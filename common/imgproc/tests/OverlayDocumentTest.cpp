@@ -5,28 +5,19 @@
 #include "common/imgproc/tests/ImgprocTestSupport.h"
 
 #include "privatetags/KQItem.h"
-#include "tests/fixtures/Fixtures.h"
 
-#include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dctk.h"
 
 #include <gtest/gtest.h>
-
-#include <memory>
 
 using namespace imgproctest;
 
 TEST(Overlay, StatusCodes)
 {
     const unsigned char bytes[8] = {1, 2, 3, 4, 5, 6, 7, 8};
-    struct Case
-    {
-        const char* name;
-        unsigned short bitsAllocated, bitPosition, rows, columns;
-        unsigned int size;
-        unsigned int putBytes; // 0: no putData
-        unsigned int init, put, finalized;
-    };
+    // putBytes 0: no putData
+    struct Case { const char* name; unsigned short bitsAllocated, bitPosition, rows, columns;
+                  unsigned int size, putBytes, init, put, finalized; };
     const Case cases[] = {
         {"separate data, complete", 1, 0, 4, 4, 2, 2, 0, 0, 7},
         {"separate data, short: not an error", 1, 0, 4, 4, 4, 2, 0, 0, 7},
