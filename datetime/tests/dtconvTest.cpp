@@ -12,33 +12,16 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
-
 using namespace kqtz;
+using fixtures::value;
 
 namespace {
 
 // Puts TZ, and the C library's zone with it, back as it was when a test ends.
-class TimeZoneGuard
+struct TimeZoneGuard : fixtures::ScopedEnv
 {
-public:
-    ~TimeZoneGuard()
-    {
-        m_saved.reset();
-        tzset();
-    }
-
-private:
-    std::unique_ptr<fixtures::ScopedEnv> m_saved{new fixtures::ScopedEnv("TZ", getenv("TZ"))};
+    TimeZoneGuard() : ScopedEnv("TZ", getenv("TZ")) {}
 };
-
-std::string value(DcmItem& item, const DcmTagKey& key)
-{
-    OFString text;
-    if (item.findAndGetOFStringArray(key, text, OFFalse).bad())
-        return "<missing>";
-    return text.c_str();
-}
 
 // A change dataset as a KqR file carries it: its offset at top level, the values in an item.
 struct Changes
@@ -59,42 +42,18 @@ struct Changes
     std::string dateTime() { return value(*item, DCM_StudyDate) + " " + value(*item, DCM_StudyTime); }
 };
 
-// A UTC moment as "YYYYMMDD HHMMSS" on the machine's own clock (TZ unset).
-std::string onMachineClock(int year, int month, int day, int hour, int minute)
-{
-    tm utc = {};
-    utc.tm_year = year - 1900;
-    utc.tm_mon = month - 1;
-    utc.tm_mday = day;
-    utc.tm_hour = hour;
-    utc.tm_min = minute;
-    const time_t moment = timegm(&utc);
-    TimeZoneGuard guard;
-    unsetenv("TZ");
-    tzset();
-    tm local;
-    localtime_r(&moment, &local);
-    char text[32];
-    strftime(text, sizeof(text), "%Y%m%d %H%M%S", &local);
-    return text;
-}
-
 } // namespace
 
 TEST(TimeZone, DicomOffsetToTimeZone)
 {
-    const char* cases[][2] = {{"+0530", "XXX-5:30"}, {"-0800", "XXX+8"}, {"+0000", "XXX-0"}, {"+1000", "XXX-10"}};
+    const char* cases[][2] = {{"+0530", "XXX-5:30"}, {"-0800", "XXX+8"}, {"+0000", "XXX-0"}, {"+1000", "XXX-10"},
+                              {"+530", "kept"},      {"", "kept"},       {"0530", "kept"},  {"+05300", "kept"},
+                              {"+05a0", "kept"}};
     for (const auto& c : cases)
     {
-        std::string tz;
-        EXPECT_TRUE(dicomOffsetToTimeZone(c[0], tz));
-        EXPECT_EQ(c[1], tz) << c[0];
-    }
-    for (const char* bad : {"+530", "", "0530", "+05300", "+05a0"})
-    {
         std::string tz = "kept";
-        EXPECT_FALSE(dicomOffsetToTimeZone(bad, tz));
-        EXPECT_EQ("kept", tz) << bad;
+        EXPECT_EQ(strcmp(c[1], "kept") != 0, dicomOffsetToTimeZone(c[0], tz)) << c[0];
+        EXPECT_EQ(c[1], tz) << c[0];
     }
 }
 
@@ -117,15 +76,8 @@ TEST(TimeZone, SetTimeZoneAndNowInUTCOffset)
 TEST(OffsetAdjustedDataset, ConvertsDatesAndTimesInFull)
 {
     TimeZoneGuard guard;
-    struct Case
-    {
-        const char* from;
-        const char* date;
-        const char* time;
-        const char* to;
-        const char* expected;
-    };
-    const Case cases[] = {
+    // offset, date, time, target offset, date and time afterwards
+    const char* const cases[][5] = {
         {"+0100", "20200101", "003000", "+0000", "20191231 233000"},
         {"+0000", "20200229", "230000", "+0200", "20200301 010000"}, // leap day
         {"+0100", "20200101", "003000", "-0800", "20191231 153000"},
@@ -146,33 +98,39 @@ TEST(OffsetAdjustedDataset, ConvertsDatesAndTimesInFull)
         {"+0100", "20200101", "0030", "+0100", "20200101 0030"},
         {nullptr, "20200101", "0030", "", "20200101 0030"},
     };
-    for (const Case& c : cases)
+    for (const auto& c : cases)
     {
-        SCOPED_TRACE(std::string(c.from ? c.from : "-") + " " + (c.date ? c.date : "-") + " " +
-                     (c.time ? c.time : "-") + " -> " + c.to);
-        Changes changes(c.from, c.date, c.time);
-        OffsetAdjustedDataset adjuster(&changes.data);
-        EXPECT_TRUE(adjuster.adjust(std::string(c.to)));
-        EXPECT_EQ(c.expected, changes.dateTime());
-        EXPECT_EQ(*c.to ? c.to : "<missing>", value(changes.data, DCM_TimezoneOffsetFromUTC));
+        SCOPED_TRACE(std::string(c[0] ? c[0] : "-") + " " + c[1] + " " + (c[2] ? c[2] : "-") + " -> " + c[3]);
+        Changes changes(c[0], c[1], c[2]);
+        EXPECT_TRUE(OffsetAdjustedDataset(&changes.data).adjust(std::string(c[3])));
+        EXPECT_EQ(c[4], changes.dateTime());
+        EXPECT_EQ(*c[3] ? c[3] : "<missing>", value(changes.data, DCM_TimezoneOffsetFromUTC));
     }
 }
 
-TEST(OffsetAdjustedDataset, DateTimeValues)
+TEST(OffsetAdjustedDataset, DateTimesAndPrivatePairs)
 {
     TimeZoneGuard guard;
     Changes changes("+0100", nullptr, nullptr);
     changes.item->putAndInsertString(DCM_AcquisitionDateTime,
                                      "20200101003000\\2020010100\\20200101\\20200101003000.25-0500\\2020011");
+    changes.item->putAndInsertString(DcmTag(0x0011, 0x0012, EVR_LO), "SIEMENS RIS");
+    DcmTag date(0x0011, 0x1220, EVR_DA), time(0x0011, 0x1221, EVR_TM);
+    date.setPrivateCreator("SIEMENS RIS");
+    time.setPrivateCreator("SIEMENS RIS");
+    changes.item->putAndInsertString(date, "20200101");
+    changes.item->putAndInsertString(time, "003000");
     OffsetAdjustedDataset adjuster(&changes.data);
     EXPECT_TRUE(adjuster.adjust(std::string("+0000")));
     // Written in full, the fraction kept; a value with its own offset is converted from it and
     // written without one; an unparseable value stays.
     EXPECT_EQ("20191231233000\\20191231230000\\20191231230000\\20200101053000.25\\2020011",
               value(*changes.item, DCM_AcquisitionDateTime));
+    // a private pair is never converted
+    EXPECT_EQ("20200101 003000", value(*changes.item, date) + " " + value(*changes.item, time));
 }
 
-TEST(OffsetAdjustedDataset, ReadsTheTargetsTopLevelOffsetAndGoesOnFromTheNewOne)
+TEST(OffsetAdjustedDataset, TargetsOffsetOrTheMachinesZone)
 {
     TimeZoneGuard guard;
     Changes changes("+0100", "20200101", "003000");
@@ -182,82 +140,50 @@ TEST(OffsetAdjustedDataset, ReadsTheTargetsTopLevelOffsetAndGoesOnFromTheNewOne)
     target.findOrCreateSequenceItem(DCM_RequestAttributesSequence, nested, -2);
     nested->putAndInsertString(DCM_TimezoneOffsetFromUTC, "+0900");
     OffsetAdjustedDataset adjuster(&changes.data);
-    EXPECT_TRUE(adjuster.adjust(target));
+    EXPECT_TRUE(adjuster.adjust(target)); // the target's top-level offset
     EXPECT_EQ("20191231 153000", changes.dateTime());
-    EXPECT_TRUE(adjuster.adjust(std::string("+0530")));
+    EXPECT_TRUE(adjuster.adjust(std::string("+0530"))); // on from the new offset
     EXPECT_EQ("20200101 050000", changes.dateTime());
-}
 
-TEST(OffsetAdjustedDataset, TargetWithoutOffsetGetsTheMachinesZone)
-{
-    TimeZoneGuard guard;
-    setenv("TZ", "XXX-13", 1); // the process's zone is not the one converted to
+    // a target without offset: the machine's zone, not the process's
+    setenv("TZ", "XXX-13", 1);
     tzset();
-    Changes changes("+0100", "20200101", "003000");
-    DcmDataset target;
-    {
-        OffsetAdjustedDataset adjuster(&changes.data);
-        EXPECT_TRUE(adjuster.adjust(target));
-    }
-    EXPECT_EQ(onMachineClock(2019, 12, 31, 23, 30), changes.dateTime());
-    EXPECT_EQ("<missing>", value(changes.data, DCM_TimezoneOffsetFromUTC));
+    Changes local("+0100", "20200101", "003000");
+    DcmDataset withoutOffset;
+    EXPECT_TRUE(OffsetAdjustedDataset(&local.data).adjust(withoutOffset));
+    EXPECT_EQ("<missing>", value(local.data, DCM_TimezoneOffsetFromUTC));
     EXPECT_STREQ("XXX-13", getenv("TZ"));
-}
+    tm utc = {};
+    strptime("20191231233000", "%Y%m%d%H%M%S", &utc);
+    const time_t moment = timegm(&utc);
+    fixtures::ScopedEnv machine("TZ", nullptr);
+    char text[32];
+    strftime(text, sizeof(text), "%Y%m%d %H%M%S", localtime_r(&moment, &utc));
+    EXPECT_EQ(text, local.dateTime());
 
-TEST(OffsetAdjustedDataset, AnOffsetToDeleteThatIsNotAtTopLevelFails)
-{
-    TimeZoneGuard guard;
-    Changes changes(nullptr, "20200101", "003000");
-    changes.item->putAndInsertString(DCM_TimezoneOffsetFromUTC, "+0100");
-    OffsetAdjustedDataset adjuster(&changes.data);
-    EXPECT_FALSE(adjuster.adjust(std::string()));
+    // an offset to delete that is not at top level
+    Changes nestedOffset(nullptr, "20200101", "003000");
+    nestedOffset.item->putAndInsertString(DCM_TimezoneOffsetFromUTC, "+0100");
+    EXPECT_FALSE(OffsetAdjustedDataset(&nestedOffset.data).adjust(std::string()));
 }
 
 TEST(OffsetAdjustedDataset, PutsTZBackAsItWas)
 {
     TimeZoneGuard guard;
-    struct Case
-    {
-        const char* before; // null: unset
-        const char* after;
-    };
     // an empty TZ is recorded as no TZ at all
-    const Case cases[] = {{"Europe/Berlin", "Europe/Berlin"}, {"XXX+7", "XXX+7"}, {"", nullptr}, {nullptr, nullptr}};
-    for (const Case& c : cases)
+    const char* cases[][2] = {{"Europe/Berlin", "Europe/Berlin"}, {"XXX+7", "XXX+7"}, {"", nullptr}, {nullptr, nullptr}};
+    for (const auto& c : cases)
     {
-        SCOPED_TRACE(c.before ? c.before : "(unset)");
-        if (c.before)
-            setenv("TZ", c.before, 1);
-        else
-            unsetenv("TZ");
+        SCOPED_TRACE(c[0] ? c[0] : "(unset)");
+        fixtures::ScopedEnv before("TZ", c[0]);
         {
             Changes changes("+0100", "20200101", "003000");
             OffsetAdjustedDataset adjuster(&changes.data);
             EXPECT_TRUE(adjuster.adjust(std::string("-0800")));
             EXPECT_STREQ("XXX+8", getenv("TZ"));
         }
-        if (c.after)
-            EXPECT_STREQ(c.after, getenv("TZ"));
-        else
-            EXPECT_EQ(nullptr, getenv("TZ"));
+        EXPECT_STREQ(c[1] ? c[1] : "(unset)", getenv("TZ") ? getenv("TZ") : "(unset)");
     }
-}
-
-TEST(OffsetAdjustedDataset, PrivatePairsAreNeverConverted)
-{
-    TimeZoneGuard guard;
-    Changes changes("+0100", nullptr, nullptr);
-    changes.item->putAndInsertString(DcmTag(0x0011, 0x0012, EVR_LO), "SIEMENS RIS");
-    DcmTag date(0x0011, 0x1220, EVR_DA);
-    date.setPrivateCreator("SIEMENS RIS");
-    DcmTag time(0x0011, 0x1221, EVR_TM);
-    time.setPrivateCreator("SIEMENS RIS");
-    changes.item->putAndInsertString(date, "20200101");
-    changes.item->putAndInsertString(time, "003000");
-    OffsetAdjustedDataset adjuster(&changes.data);
-    EXPECT_TRUE(adjuster.adjust(std::string("+0000")));
-    EXPECT_EQ("20200101", value(*changes.item, DcmTagKey(0x0011, 0x1220)));
-    EXPECT_EQ("003000", value(*changes.item, DcmTagKey(0x0011, 0x1221)));
 }
 
 TEST(TimeZoneFiller, FillsTheOffsetOfTheFirstPairAcrossADaylightSavingChange)
@@ -274,10 +200,7 @@ TEST(TimeZoneFiller, FillsTheOffsetOfTheFirstPairAcrossADaylightSavingChange)
     DcmItem* item = nullptr;
     data.findOrCreateSequenceItem(DCM_RequestAttributesSequence, item, -2);
     item->putAndInsertString(DCM_TimezoneOffsetFromUTC, "+0900");
-    {
-        TimeZoneFiller filler(&data, "CET-1CEST,M3.5.0,M10.5.0/3");
-        EXPECT_TRUE(filler.fillTimeZone());
-    }
+    EXPECT_TRUE(TimeZoneFiller(&data, "CET-1CEST,M3.5.0,M10.5.0/3").fillTimeZone());
     EXPECT_STREQ("XXX+5", getenv("TZ"));
     EXPECT_EQ("+0100", value(data, DCM_TimezoneOffsetFromUTC));
     EXPECT_EQ("120000", value(data, DCM_StudyTime));
@@ -286,8 +209,7 @@ TEST(TimeZoneFiller, FillsTheOffsetOfTheFirstPairAcrossADaylightSavingChange)
     EXPECT_EQ("20200701110000", value(data, DCM_AcquisitionDateTime));
 
     // a dataset with its own offset keeps everything
-    TimeZoneFiller again(&data, "XXX-9");
-    EXPECT_TRUE(again.fillTimeZone());
+    EXPECT_TRUE(TimeZoneFiller(&data, "XXX-9").fillTimeZone());
     EXPECT_EQ("+0100", value(data, DCM_TimezoneOffsetFromUTC));
     EXPECT_EQ("110000.5", value(data, DCM_ContentTime));
 }
@@ -301,23 +223,15 @@ TEST(OtherConverters, DicomToLocalToZoneAndZoneToLocal)
     data.putAndInsertString(DCM_StudyDate, "20200101");
     data.putAndInsertString(DCM_StudyTime, "003000");
     data.putAndInsertString(DCM_TimezoneOffsetFromUTC, "+0100");
-
-    {
-        DicomToTimeZone converter(&data);
-        EXPECT_TRUE(converter.convert("-0800"));
-    }
-    EXPECT_EQ("20191231 153000 -0800", value(data, DCM_StudyDate) + " " + value(data, DCM_StudyTime) + " " +
-                                           value(data, DCM_TimezoneOffsetFromUTC));
-    {
-        Dicom2LocalConverter converter(&data);
-        EXPECT_TRUE(converter.convert());
-    }
-    EXPECT_EQ("20200101 013000 <missing>", value(data, DCM_StudyDate) + " " + value(data, DCM_StudyTime) + " " +
-                                               value(data, DCM_TimezoneOffsetFromUTC));
-    {
-        TimeZoneToLocal converter(&data);
-        EXPECT_TRUE(converter.convert("+0100"));
-    }
-    EXPECT_EQ("023000", value(data, DCM_StudyTime));
+    auto state = [&] {
+        return value(data, DCM_StudyDate) + " " + value(data, DCM_StudyTime) + " " +
+               value(data, DCM_TimezoneOffsetFromUTC);
+    };
+    EXPECT_TRUE(DicomToTimeZone(&data).convert("-0800"));
+    EXPECT_EQ("20191231 153000 -0800", state());
+    EXPECT_TRUE(Dicom2LocalConverter(&data).convert());
+    EXPECT_EQ("20200101 013000 <missing>", state());
+    EXPECT_TRUE(TimeZoneToLocal(&data).convert("+0100"));
+    EXPECT_EQ("20200101 023000 <missing>", state());
     EXPECT_STREQ("XXX-2", getenv("TZ"));
 }

@@ -1,6 +1,7 @@
 // Registry look-ups and the collection walk of DateTimeConverter.
 #include "datetime/DateTimeConverter.h"
 #include "datetime/dtregistry.h"
+#include "tests/fixtures/Fixtures.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 
@@ -27,23 +28,10 @@ DcmTag privateTag(Uint16 group, Uint16 element, DcmEVR vr, const char* creator)
 std::string text(DcmElement* element)
 {
     OFString value;
-    if (element == nullptr || element->getOFString(value, 0).bad())
-        return "<none>";
-    return value.c_str();
+    return element && element->getOFString(value, 0).good() ? value.c_str() : "<none>";
 }
 
 } // namespace
-
-TEST(DateTimeRegistry, TablesKeepTheirOrderAndOddities)
-{
-    EXPECT_EQ(DcmTagKey(0x0008, 0x0013), dtregistry[0].time());
-    // row 6 pairs two times on purpose
-    EXPECT_EQ(DcmTagKey(0x0018, 0x0027), dtregistry[5].date());
-    EXPECT_EQ(DcmTagKey(0x4008, 0x0113), dtregistry[DT_REGISTRY_SIZE - 1].time());
-    EXPECT_EQ("KQ group A", privdtregistry[0].creator());
-    EXPECT_EQ("SIEMENS CM VA0  CMS", privdtregistry[6].creator());
-    EXPECT_EQ("astm.org/diconde/iod/NdeDxCalibrationData", privdtregistry[15].creator());
-}
 
 TEST(DateTimeRegistry, FindForDate)
 {
@@ -57,10 +45,13 @@ TEST(DateTimeRegistry, FindForDate)
         {DcmTag(DCM_StudyDate), &dtregistry[1], 0x4242}, // standard tags leave the base alone
         {DcmTag(DCM_StudyTime), nullptr, 0x4242},
         {DcmTag(DCM_PatientBirthDate), nullptr, 0x4242},
+        {DcmTag(0x4008, 0x0112), &dtregistry[DT_REGISTRY_SIZE - 1], 0x4242},
         // private: creator and block offset must match; the block number is free
         {privateTag(0x0011, 0x1220, EVR_DA, "SIEMENS RIS"), &privdtregistry[12], 0x1200},
         {privateTag(0x0009, 0x1076, EVR_DA, "astm.org/diconde/iod/NdeCtCalibrationData"), &privdtregistry[14], 0x1000},
-        {privateTag(0x0009, 0x1026, EVR_DA, "SIEMENS CM VA0 CMS"), nullptr, 0x4242}, // one blank
+        {privateTag(0x0009, 0x1176, EVR_DA, "astm.org/diconde/iod/NdeDxCalibrationData"), &privdtregistry[15], 0x1100},
+        {privateTag(0x0009, 0x1026, EVR_DA, "SIEMENS CM VA0  CMS"), &privdtregistry[6], 0x1000}, // two blanks
+        {privateTag(0x0009, 0x1026, EVR_DA, "SIEMENS CM VA0 CMS"), nullptr, 0x4242},
         {privateTag(0x0011, 0x1221, EVR_DA, "SIEMENS RIS"), nullptr, 0x4242},
         {DcmTag(0x0011, 0x1220, EVR_DA), nullptr, 0x4242}, // no creator
     };
@@ -71,6 +62,10 @@ TEST(DateTimeRegistry, FindForDate)
         EXPECT_EQ(c.expected, theDateTimeRegistry.findForDate(c.tag, base));
         EXPECT_EQ(c.base, base);
     }
+    // the pairs' time keys; row 6 pairs two times on purpose
+    EXPECT_EQ(DcmTagKey(0x0008, 0x0013), dtregistry[0].time());
+    EXPECT_EQ(DcmTagKey(0x0018, 0x0027), dtregistry[5].date());
+    EXPECT_EQ(DcmTagKey(0x4008, 0x0113), dtregistry[DT_REGISTRY_SIZE - 1].time());
 }
 
 TEST(DateTimeCollection, PairsEveryRegisteredDateWithTheFirstMatchingTime)
@@ -102,12 +97,10 @@ TEST(DateTimeCollection, PairsEveryRegisteredDateWithTheFirstMatchingTime)
                                  {"20200103", "<none>", "0000"}};
     for (size_t i = 0; i < list.count(); ++i)
     {
-        SCOPED_TRACE(i);
-        EXPECT_EQ(expected[i][0], text(list.pair(i)->date()));
-        EXPECT_EQ(expected[i][1], text(list.pair(i)->time()));
         char base[8];
         snprintf(base, sizeof(base), "%04x", list.pair(i)->blockBase());
-        EXPECT_STREQ(expected[i][2], base);
+        EXPECT_EQ(std::string(expected[i][0]) + " " + expected[i][1] + " " + expected[i][2],
+                  text(list.pair(i)->date()) + " " + text(list.pair(i)->time()) + " " + base);
     }
     EXPECT_EQ(1u, converter.timestamps().count());
 }
@@ -119,30 +112,24 @@ TEST(DateTimeCollection, OffsetActions)
     data.putAndInsertString(DCM_StudyDate, "20200101");
     data.putAndInsertString(DCM_TimezoneOffsetFromUTC, "+0100");
     data.putAndInsertString(DCM_PerformedProcedureStepStartDate, "20200101");
-    struct Case
-    {
-        OFFSET_TAG_ACTION action;
-        bool withOffset;
-        bool stopped;
-        size_t dates;
-    };
-    const Case cases[] = {
+    // action, with offset, stopped, dates collected
+    const int cases[][4] = {
         {OTA_STOP_AT_OFFSET, true, true, 2}, // nothing after (0008,0201)
         {OTA_OFFSET_FIRST, true, false, 3},
         {OTA_OFFSET_FIRST, false, true, 2}, // stops at the first date beyond (0008,0201)
         {OTA_WALK_ALL, false, false, 3},
     };
-    for (const Case& c : cases)
+    for (const auto& c : cases)
     {
-        SCOPED_TRACE(std::to_string(c.action) + (c.withOffset ? " with offset" : " without offset"));
-        if (!c.withOffset)
+        SCOPED_TRACE(std::to_string(c[0]) + (c[1] ? " with offset" : " without offset"));
+        if (!c[1])
             data.findAndDeleteElement(DCM_TimezoneOffsetFromUTC);
         DateTimeConverter converter(&data);
-        EXPECT_TRUE(converter.collectTimes(&data, c.action));
-        EXPECT_EQ(c.stopped, converter.stopped());
-        EXPECT_EQ(c.withOffset, converter.offsetFound());
-        EXPECT_EQ(c.withOffset ? "+0100" : "", converter.offset());
-        EXPECT_EQ(c.dates, converter.dateTimes().count());
+        EXPECT_TRUE(converter.collectTimes(&data, OFFSET_TAG_ACTION(c[0])));
+        EXPECT_EQ(bool(c[2]), converter.stopped());
+        EXPECT_EQ(bool(c[1]), converter.offsetFound());
+        EXPECT_EQ(c[1] ? "+0100" : "", converter.offset());
+        EXPECT_EQ(size_t(c[3]), converter.dateTimes().count());
     }
 }
 
@@ -158,8 +145,7 @@ TEST(DateTimeCollection, PrintsListsAndTimes)
 
     DateTimeConverter converter(&data);
     converter.collectTimes(&data, OTA_WALK_ALL);
-    std::ostringstream lists;
-    std::ostringstream expected;
+    std::ostringstream lists, expected;
     converter.dateTimes().print(lists);
     converter.timestamps().print(lists);
     expected << "DateTimeElementList\n DateTimeElementPair\n  {\n     Date: "
@@ -169,9 +155,7 @@ TEST(DateTimeCollection, PrintsListsAndTimes)
              << static_cast<const void*>(converter.timestamps().element(0)->dateTime()) << "\n  ]\n";
     EXPECT_EQ(expected.str(), lists.str());
 
-    testing::internal::CaptureStdout();
-    converter.printTimes();
-    const std::string printed = testing::internal::GetCapturedStdout();
+    const std::string printed = fixtures::capture([&] { converter.printTimes(); }).out;
     for (const char* shown : {"20200101120000", "(0008,0201)", "(0008,0030)"})
         EXPECT_NE(std::string::npos, printed.find(shown)) << shown;
     EXPECT_EQ(std::string::npos, printed.find("Doe^Jane"));

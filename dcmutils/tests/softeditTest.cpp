@@ -10,8 +10,10 @@
 
 #include <algorithm>
 #include <memory>
+#include <tuple>
 
 using namespace fixtures;
+using fixtures::value;
 
 namespace {
 
@@ -24,12 +26,6 @@ std::unique_ptr<DcmFileFormat> target(const std::string& sopClass = "1.2.840.100
     spec.modality = "MR";
     spec.withPixelData = false;
     return std::unique_ptr<DcmFileFormat>(makeObject(spec));
-}
-
-std::string value(DcmItem& item, const DcmTagKey& key)
-{
-    OFString v;
-    return item.findAndGetOFStringArray(key, v).good() ? v.c_str() : "<missing>";
 }
 
 OFCondition apply(DcmFileFormat& object, KqRWriter& kqr, std::list<DcmTagKey>* modified = nullptr)
@@ -80,41 +76,35 @@ TEST(SoftEdit, StudySeriesAndInstanceLevelsInWritingOrder)
 
 TEST(SoftEdit, MatchingRules)
 {
-    struct Case
-    {
-        const char* what;
-        bool targetHasSeriesUID;
-        const char* firstItemUID; // series item before the one the writer makes; null: none
-        OFCondition result;
-        const char* description;
-    };
-    const Case cases[] = {
+    // what, the target has a Series Instance UID, the UID of a series item before the matching
+    // one (null: none), result, Series Description afterwards
+    const std::tuple<const char*, bool, const char*, OFCondition, const char*> cases[] = {
         {"a target without Series Instance UID gets the study level only", false, nullptr, EC_Normal, "study"},
         {"an item without its UID before the matching one fails the call", true, "", EC_TagNotFound, "study"},
         {"of two items with the same UID only the first applies", true, defaults.seriesUID.c_str(), EC_Normal, "first"},
     };
-    for (const Case& c : cases)
+    for (const auto& t : cases)
     {
-        SCOPED_TRACE(c.what);
+        SCOPED_TRACE(std::get<0>(t));
         auto object = target();
-        if (!c.targetHasSeriesUID)
+        if (!std::get<1>(t))
             delete object->getDataset()->remove(DCM_SeriesInstanceUID);
         KqRWriter kqr;
         kqr.setStudyAttribute(DCM_SeriesDescription, "study");
         DcmItem* change = nullptr;
         ASSERT_TRUE(kqr.changeItem(change).good());
-        if (c.firstItemUID)
+        if (const char* uid = std::get<2>(t))
         {
             DcmItem* first = appendNested(*change, KQ_SERIES_SEQUENCE);
-            if (*c.firstItemUID)
-                first->putAndInsertString(DCM_SeriesInstanceUID, c.firstItemUID);
+            if (*uid)
+                first->putAndInsertString(DCM_SeriesInstanceUID, uid);
             first->putAndInsertString(DCM_SeriesDescription, "first");
         }
         DcmItem* second = appendNested(*change, KQ_SERIES_SEQUENCE);
         second->putAndInsertString(DCM_SeriesInstanceUID, defaults.seriesUID.c_str());
         second->putAndInsertString(DCM_SeriesDescription, "second");
-        EXPECT_EQ(c.result, apply(*object, kqr));
-        EXPECT_EQ(c.description, value(*object->getDataset(), DCM_SeriesDescription));
+        EXPECT_EQ(std::get<3>(t), apply(*object, kqr));
+        EXPECT_EQ(std::get<4>(t), value(*object->getDataset(), DCM_SeriesDescription));
     }
 }
 

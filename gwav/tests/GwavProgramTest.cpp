@@ -1,15 +1,32 @@
-// The gwav program, run as a user runs it: help, version, round trips and one-line errors.
+// The gwav program, run as a user runs it (help, version, round trips and one-line errors), and
+// its images: PGM/PPM files and DICOM frames, with their sample conventions.
+#include "gwav/DicomFrame.h"
+#include "gwav/RasterImage.h"
+
 #include "tests/fixtures/Fixtures.h"
+
+#include "dcmtk/config/osconfig.h"
+#include "dcmtk/dcmdata/dcdeftag.h"
+#include "dcmtk/dcmdata/dcfilefo.h"
+#include "dcmtk/dcmdata/dcrledrg.h"
+#include "dcmtk/dcmdata/dcuid.h"
 
 #include <gtest/gtest.h>
 
-#include <string>
+#include <cstring>
 #include <vector>
 
 using fixtures::run;
 using fixtures::RunResult;
 
 namespace {
+
+uint16_t word(const RasterImage& image, size_t i)
+{
+    uint16_t value;
+    memcpy(&value, image.pixels() + 2 * i, 2);
+    return value;
+}
 
 RunResult gwav(const std::vector<std::string>& arguments)
 {
@@ -32,6 +49,99 @@ std::string pgm12()
 }
 
 } // namespace
+
+TEST(RasterImageTest, PnmFilesReadAndWriteBack)
+{
+    fixtures::TempDir dir;
+    // a 12-bit PGM (big endian samples) and an 8-bit PPM with a comment in the header
+    const std::string pgm = std::string("P5\n3 1\n4095\n") + '\x0f' + '\xff' + '\x00' + '\x01' + '\x08' + '\x00';
+    const std::string ppm = std::string("P6 # colour\n2 1 255\n") + "\x01\x02\x03\xfd\xfe\xff";
+    for (const std::string& content : {pgm, ppm})
+    {
+        ASSERT_TRUE(fixtures::writeFile(dir.file("in"), content));
+        RasterImage image;
+        std::string error;
+        ASSERT_TRUE(image.readPnm(dir.file("in"), error)) << error;
+        ASSERT_TRUE(image.writePnm(dir.file("out"), error)) << error;
+        const std::string written = fixtures::readFile(dir.file("out"));
+        EXPECT_EQ(content.substr(content.size() - 6), written.substr(written.size() - 6));
+    }
+    RasterImage image;
+    std::string error;
+    ASSERT_TRUE(fixtures::writeFile(dir.file("in"), pgm));
+    ASSERT_TRUE(image.readPnm(dir.file("in"), error));
+    EXPECT_EQ(2, image.bytesPerPixel());
+    EXPECT_EQ(12, image.parameter());
+    EXPECT_EQ(0x0FFF, word(image, 0));
+    EXPECT_EQ(0x0800, word(image, 2));
+    for (const std::string& bad : {std::string("P2\n1 1\n255\n0"), std::string("P6\n1 1\n65535\n\x01\x02"),
+                                   std::string("P5\n0 1\n255\n"), std::string("P5\n2 2\n255\n\x01")})
+    {
+        ASSERT_TRUE(fixtures::writeFile(dir.file("bad"), bad));
+        EXPECT_FALSE(image.readPnm(dir.file("bad"), error)) << bad;
+    }
+}
+
+TEST(RasterImageTest, SignedSamplesDisplayMovedUpByHalfTheRange)
+{
+    RasterImage image(2, 3, 1, 12 | RasterImage::SIGNED);
+    const int16_t values[3] = {-2048, 0, 2047};
+    memcpy(image.pixels(), values, sizeof values);
+    EXPECT_EQ(12, image.depth());
+    EXPECT_EQ(0u, image.displaySample(0));
+    EXPECT_EQ(2048u, image.displaySample(1));
+    EXPECT_EQ(4095u, image.displaySample(2));
+}
+
+TEST(RasterImageTest, DicomFrameIsMaskedAndSignExtended)
+{
+    fixtures::TempDir dir;
+    DcmFileFormat file;
+    DcmDataset* dataset = file.getDataset();
+    dataset->putAndInsertString(DCM_SOPClassUID, UID_SecondaryCaptureImageStorage);
+    dataset->putAndInsertString(DCM_SOPInstanceUID, "1.2.826.0.1.3680043.2.1125.9.11");
+    dataset->putAndInsertUint16(DCM_Rows, 1);
+    dataset->putAndInsertUint16(DCM_Columns, 4);
+    dataset->putAndInsertUint16(DCM_SamplesPerPixel, 1);
+    dataset->putAndInsertString(DCM_PhotometricInterpretation, "MONOCHROME2");
+    dataset->putAndInsertUint16(DCM_BitsAllocated, 16);
+    dataset->putAndInsertUint16(DCM_BitsStored, 12);
+    dataset->putAndInsertUint16(DCM_HighBit, 11);
+    dataset->putAndInsertUint16(DCM_PixelRepresentation, 1);
+    // 12-bit two's complement with stray bits above: -1, -2048, 2047, 5
+    const Uint16 words[4] = {0x0FFF, 0xF800, 0x17FF, 0x8005};
+    dataset->putAndInsertUint16Array(DCM_PixelData, words, 4);
+    ASSERT_TRUE(file.saveFile(dir.file("frame.dcm").c_str(), EXS_LittleEndianExplicit).good());
+
+    RasterImage image;
+    std::string error;
+    ASSERT_TRUE(readDicomFrame(dir.file("frame.dcm"), 1, image, error)) << error;
+    EXPECT_EQ(2, image.bytesPerPixel());
+    EXPECT_EQ(12 | RasterImage::SIGNED, image.parameter());
+    EXPECT_EQ(uint16_t(-1), word(image, 0));
+    EXPECT_EQ(uint16_t(-2048), word(image, 1));
+    EXPECT_EQ(2047, word(image, 2));
+    EXPECT_EQ(5, word(image, 3));
+    EXPECT_FALSE(readDicomFrame(dir.file("frame.dcm"), 2, image, error));
+    EXPECT_EQ("no frame 2 in " + dir.file("frame.dcm") + " (it has 1)", error);
+}
+
+TEST(RasterImageTest, FrameOfACompressedColourObject)
+{
+    // frame 2 of a two-frame RLE colour object, decoded by DCMTK; the values as pydicom reads them
+    DcmRLEDecoderRegistration::registerCodecs();
+    RasterImage image;
+    std::string error;
+    const bool read = readDicomFrame(fixtures::corpusFile("SC_rgb_rle_2frame.dcm"), 2, image, error);
+    DcmRLEDecoderRegistration::cleanup();
+    ASSERT_TRUE(read) << error;
+    ASSERT_EQ(3, image.bytesPerPixel());
+    ASSERT_EQ(100, image.columns());
+    ASSERT_EQ(100, image.rows());
+    const unsigned char* p = image.pixels();
+    EXPECT_EQ((std::vector<int>{0, 255, 255, 127, 127, 0}),
+              (std::vector<int>{p[0], p[1], p[2], p[3 * 5050], p[3 * 5050 + 1], p[3 * 5050 + 2]}));
+}
 
 TEST(GwavProgramTest, HelpAndVersionOnStandardOutput)
 {
@@ -89,11 +199,7 @@ TEST(GwavProgramTest, ErrorsAreOneLineWithStatusOne)
     fixtures::TempDir dir;
     ASSERT_TRUE(fixtures::writeFile(dir.file("short.gwav"), "GW10\x01"));
     ASSERT_TRUE(fixtures::writeFile(dir.file("in.pgm"), pgm12()));
-    const struct
-    {
-        std::vector<std::string> arguments;
-        std::string error;
-    } cases[] = {
+    const struct { std::vector<std::string> arguments; std::string error; } cases[] = {
         {{"frobnicate"}, "E: unknown command: frobnicate (encode, decode or info)\n"},
         {{"-v", "encode", "a", "b"}, "E: options go after the command: gwav encode [options] ...\n"},
         {{"encode", dir.file("in.pgm")}, "E: Missing parameter stream-out\n"},

@@ -1,15 +1,21 @@
-// The text form of element values that the comparator compares and prints.
+// The text form of element values that the comparator compares and prints, and long binary
+// values compared and printed straight from their files, piece by piece.
 #include "objdiff/ElementText.h"
+#include "objdiff/ObjDiff.h"
+#include "objdiff/ValueChunkReader.h"
+
+#include "tests/fixtures/Fixtures.h"
 
 #include "dcmtk/dcmdata/dctk.h"
 #include "dcmtk/dcmdata/dcpxitem.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <memory>
-#include <string>
-#include <vector>
+#include <tuple>
+
+using fixtures::capture;
+using fixtures::Captured;
 
 namespace {
 
@@ -31,6 +37,42 @@ DcmSequenceOfItems* referenceSequence(const std::vector<std::string>& uids)
         sequence->insert(item);
     }
     return sequence;
+}
+
+// Three 512 x 512 16-bit frames (1.5 MB, several pieces) with sample `sample` xor-ed with
+// `flip`, written in xfer.
+std::string writeLarge(const fixtures::TempDir& dir, const std::string& name, E_TransferSyntax xfer,
+                       unsigned long sample = 0, Uint16 flip = 0, unsigned short bitsAllocated = 16)
+{
+    fixtures::ObjectSpec spec;
+    spec.rows = 512;
+    spec.columns = 512;
+    spec.frames = 3;
+    spec.bitsAllocated = bitsAllocated;
+    std::unique_ptr<DcmFileFormat> file(fixtures::makeObject(spec));
+    DcmElement* element = NULL;
+    Uint16* pixels = NULL;
+    if (flip != 0 && file->getDataset()->findAndGetElement(DCM_PixelData, element).good() &&
+        element->getUint16Array(pixels).good())
+        pixels[sample] ^= flip;
+    const std::string path = dir.file(name);
+    EXPECT_TRUE(file->saveFile(path.c_str(), xfer).good());
+    return path;
+}
+
+// Loaded as the comparator loads: values over 4096 bytes stay in the file.
+std::unique_ptr<DcmFileFormat> lazy(const std::string& path)
+{
+    std::unique_ptr<DcmFileFormat> file(new DcmFileFormat());
+    file->loadFile(path.c_str(), EXS_Unknown, EGL_noChange, 4096, ERM_autoDetect);
+    return file;
+}
+
+DcmElement* pixelData(DcmFileFormat& file)
+{
+    DcmElement* element = NULL;
+    file.getDataset()->findAndGetElement(DCM_PixelData, element);
+    return element;
 }
 
 } // namespace
@@ -103,4 +145,129 @@ TEST(ElementText, EncapsulatedPixelDataShowsFragments)
     sequence->insert(fragment);
     pixels.putOriginalRepresentation(EXS_JPEGProcess1, NULL, sequence);
     EXPECT_EQ("Pixel Sequence with 2 items: Item 1 {Empty Value} Item 2 {ff\\d8\\ff\\d9}", text(&pixels));
+}
+
+TEST(LargeValues, ComparedAndPrintedFromTheFilesWithoutLoading)
+{
+    fixtures::TempDir dir;
+    const unsigned long last = 512UL * 512 * 3 - 1;
+    const std::string a = writeLarge(dir, "a", EXS_LittleEndianExplicit);
+    const std::string big = writeLarge(dir, "be-changed", EXS_BigEndianExplicit, 3, 0x1234);
+    const std::string same = writeLarge(dir, "be", EXS_BigEndianExplicit);
+    // second, one value in memory and the other in its file, equal
+    const std::tuple<std::string, bool, bool> cases[] = {
+        {writeLarge(dir, "same", EXS_LittleEndianExplicit), false, true},
+        {writeLarge(dir, "last", EXS_LittleEndianExplicit, last, 0x0100), false, false}, // the very last byte
+        {writeLarge(dir, "first", EXS_LittleEndianExplicit, 7, 0x0001), false, false},   // in the first piece
+        {same, false, true}, // words compare in the machine's byte order, whatever the file's
+        {same, true, true},
+        {big, true, false},
+    };
+    IgnoreTags rules;
+    ObjectComparator comparator(rules);
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(std::get<0>(c) + (std::get<1>(c) ? " loaded" : ""));
+        auto first = lazy(a);
+        auto second = lazy(std::get<0>(c));
+        ASSERT_TRUE(!std::get<1>(c) || first->loadAllDataIntoMemory().good());
+        bool equal = !std::get<2>(c);
+        const Captured out = capture([&] {
+            equal = comparator.compareObjects(first->getDataset(), second->getDataset(), OC_MODE_BINARY);
+        });
+        EXPECT_EQ(std::get<2>(c), equal);
+        EXPECT_EQ("", out.out + out.err); // a pixel difference has no message of its own
+        EXPECT_FALSE(pixelData(*second)->valueLoaded());
+    }
+    // the path form, as the driver calls it
+    bool equal = false;
+    Captured out = capture([&] { equal = comparator.compareObjects(a.c_str(), NULL, same.c_str(), NULL, OC_MODE_BINARY); });
+    EXPECT_TRUE(equal);
+    EXPECT_EQ("", out.out + out.err);
+
+    // the text of a long value is the same from the file as from memory
+    for (const std::string& path : {big, writeLarge(dir, "ob", EXS_LittleEndianExplicit, 0, 0, 8)})
+    {
+        auto file = lazy(path);
+        DcmElement* element = pixelData(*file);
+        char* fromFile = toString(element);
+        EXPECT_FALSE(element->valueLoaded()) << path;
+        ASSERT_TRUE(file->loadAllDataIntoMemory().good());
+        char* fromMemory = toString(element);
+        ASSERT_NE(nullptr, fromFile);
+        EXPECT_STREQ(fromMemory, fromFile) << path;
+        EXPECT_NE(std::string::npos, std::string(fromFile).find(" bytes, checksum "));
+        free(fromFile);
+        free(fromMemory);
+    }
+
+    // a value the file ends in (beyond the first piece) is reported as when loaded whole
+    const std::string content = fixtures::readFile(a);
+    ASSERT_TRUE(fixtures::writeFile(dir.file("cut"), content.substr(0, content.size() - 300000)));
+    auto first = lazy(a);
+    auto second = lazy(dir.file("cut"));
+    ASSERT_FALSE(pixelData(*second)->valueLoaded());
+    out = capture([&] {
+        equal = comparator.compareOBOW(OFstatic_cast(DcmOtherByteOtherWord*, pixelData(*first)),
+                                       OFstatic_cast(DcmOtherByteOtherWord*, pixelData(*second)));
+    });
+    EXPECT_FALSE(equal);
+    EXPECT_NE(std::string::npos, out.err.find("Error getting binary(OW) data (2) [(7fe0,0010)]\n ( not null != NULL )\n"))
+        << out.err;
+}
+
+TEST(LargeValues, EncapsulatedFragmentsReadThrough)
+{
+    fixtures::TempDir dir;
+    const std::string path = dir.file("enc.dcm");
+    {
+        DcmFileFormat file;
+        DcmPixelData* pixels = new DcmPixelData(DCM_PixelData);
+        DcmPixelSequence* sequence = new DcmPixelSequence(DCM_PixelSequenceTag);
+        sequence->insert(new DcmPixelItem(DCM_PixelItemTag));
+        std::vector<Uint8> bytes(1500000);
+        for (size_t i = 0; i < bytes.size(); ++i)
+            bytes[i] = Uint8(i * 31);
+        DcmPixelItem* item = new DcmPixelItem(DCM_PixelItemTag);
+        item->putUint8Array(bytes.data(), bytes.size());
+        sequence->insert(item);
+        pixels->putOriginalRepresentation(EXS_JPEGProcess14SV1, NULL, sequence);
+        file.getDataset()->insert(pixels);
+        ASSERT_TRUE(file.saveFile(path.c_str(), EXS_JPEGProcess14SV1).good());
+    }
+    auto a = lazy(path);
+    auto b = lazy(path);
+    IgnoreTags rules;
+    ObjectComparator comparator(rules);
+    bool equal = false;
+    const Captured c = capture([&] { equal = comparator.compareObjects(a->getDataset(), b->getDataset(), OC_MODE_BINARY); });
+    EXPECT_TRUE(equal);
+    EXPECT_EQ("", c.out + c.err);
+    DcmPixelSequence* sequence = NULL;
+    DcmPixelItem* item = NULL;
+    ASSERT_TRUE(static_cast<DcmPixelData*>(pixelData(*a))->getEncapsulatedRepresentation(EXS_JPEGProcess14SV1, NULL, sequence).good());
+    ASSERT_TRUE(sequence->getItem(item, 1).good());
+    EXPECT_FALSE(item->valueLoaded());
+}
+
+TEST(LargeValues, PiecesSuitOnlyValuesWithTheirOwnByteLayoutAndStopAtTheEnd)
+{
+    DcmOtherByteOtherWord ob(DcmTag(0x0009, 0x1010, EVR_OB));
+    DcmOtherByteOtherWord un(DcmTag(0x0009, 0x1011, EVR_UN));
+    DcmOtherByteOtherWord ow(DcmTag(0x0009, 0x1012, EVR_OW));
+    DcmPixelItem item(DCM_PixelItemTag);
+    DcmFloatingPointSingle floats(DcmTag(0x0009, 0x1013, EVR_FL));
+    const Uint16 two[] = {1, 2};
+    ASSERT_TRUE(ow.putUint16Array(two, 2).good());
+    for (DcmElement* element : {static_cast<DcmElement*>(&ob), static_cast<DcmElement*>(&un),
+                                static_cast<DcmElement*>(&ow), static_cast<DcmElement*>(&item)})
+        EXPECT_TRUE(ValueChunkReader::suits(element)) << element->getTag();
+    EXPECT_FALSE(ValueChunkReader::suits(&floats));
+    EXPECT_FALSE(ValueChunkReader::suits(NULL));
+    ValueChunkReader reader(&ow);
+    Uint16 words[4];
+    EXPECT_FALSE(reader.read(reinterpret_cast<Uint8*>(words), 5));
+    EXPECT_TRUE(reader.read(reinterpret_cast<Uint8*>(words), 4));
+    EXPECT_EQ(0u, reader.remaining());
+    EXPECT_EQ(2, words[1]);
 }

@@ -1,12 +1,12 @@
-// Decoded frames: the frame comparison's verdicts and lines, the peak-error measure, and what
-// the comparison does to (and keeps of) the objects.
+// Decoded frames: the frame memories, the frame comparison's verdicts and lines, the peak-error
+// measure, and what the comparison does to (and keeps of) the objects.
 #include "objdiff/CompareImageData.h"
+#include "objdiff/LocalObjDiffMemory.h"
 #include "objdiff/MemoryBlock.h"
 #include "objdiff/ObjDiff.h"
 #include "objdiff/ObjDiffProcess.h"
+#include "objdiff/RemoteObjDiffMemory.h"
 
-#include "dcmutils/codec/CodecRegistry.h"
-#include "objdiff/tests/Capture.h"
 #include "tests/fixtures/Fixtures.h"
 
 #include "dcmtk/dcmdata/dctk.h"
@@ -14,35 +14,21 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <memory>
 #include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 
-std::vector<Uint8> words(const std::vector<Uint16>& values)
-{
-    std::vector<Uint8> bytes(values.size() * 2);
-    memcpy(bytes.data(), values.data(), bytes.size());
-    return bytes;
-}
-
 // 0, 1, ..., 4095 as 16-bit samples (a 12-bit ramp), with change applied.
-template <typename Change>
-std::vector<Uint8> ramp12(Change change)
+std::vector<Uint8> ramp12(void (*change)(std::vector<Uint16>&) = nullptr)
 {
     std::vector<Uint16> values(4096);
     for (size_t i = 0; i < values.size(); ++i)
         values[i] = Uint16(i);
-    change(values);
-    return words(values);
-}
-
-std::vector<Uint8> ramp12()
-{
-    return ramp12([](std::vector<Uint16>&) {});
+    if (change)
+        change(values);
+    const Uint8* bytes = reinterpret_cast<const Uint8*>(values.data());
+    return std::vector<Uint8>(bytes, bytes + 2 * values.size());
 }
 
 void fill(MemoryBlock& block, const std::vector<Uint8>& bytes)
@@ -53,26 +39,13 @@ void fill(MemoryBlock& block, const std::vector<Uint8>& bytes)
         memcpy(data, bytes.data(), bytes.size());
 }
 
-struct Lines
-{
-    std::ostringstream out;
-    std::ostringstream err;
-};
-
 } // namespace
 
 TEST(FrameComparison, MemoryBlockVerdictsAndLines)
 {
     const char* const DIFFERS = "! Pixel Data differs\n";
-    struct Case
-    {
-        const char* name;
-        std::vector<Uint8> first, second;
-        bool lossless, wide, equal;
-        const char* out;
-        const char* err;
-        bool firstMissing = false; // the first block is never allocated
-    };
+    struct Case { const char* name; std::vector<Uint8> first, second; bool lossless, wide, equal;
+                  const char *out, *err; bool firstMissing = false; }; // the first block never allocated
     const std::vector<Case> cases = {
         {"identical, lossless", {1, 2, 3, 4}, {1, 2, 3, 4}, true, false, true, "", ""},
         {"one byte, lossless", {1, 2, 3, 4}, {1, 2, 3, 5}, true, false, false, DIFFERS, ""},
@@ -98,11 +71,11 @@ TEST(FrameComparison, MemoryBlockVerdictsAndLines)
         fill(second, c.second);
         IgnoreTags rules;
         ObjectComparator comparator(rules);
-        Lines lines;
-        comparator.setOutput(lines.out, lines.err);
+        std::ostringstream out, err;
+        comparator.setOutput(out, err);
         EXPECT_EQ(comparator.compareMemoryBlocks(&first, &second, c.lossless, c.wide), c.equal);
-        EXPECT_EQ(lines.out.str(), c.out);
-        EXPECT_EQ(lines.err.str(), c.err);
+        EXPECT_EQ(out.str(), c.out);
+        EXPECT_EQ(err.str(), c.err);
     }
 }
 
@@ -138,11 +111,11 @@ TEST(FrameComparison, ObjectsAndTheirFrames)
         for (const DcmTagKey& key : {DCM_BitsAllocated, DCM_BitsStored, DCM_HighBit})
             rules.tags.insert(key);
         ObjectComparator comparator(rules);
-        Lines lines;
-        comparator.setOutput(lines.out, lines.err);
+        std::ostringstream out, err;
+        comparator.setOutput(out, err);
         EXPECT_FALSE(comparator.compareObjects(a->getDataset(), b->getDataset(), OC_MODE_FRAMES));
-        EXPECT_EQ(lines.err.str(), "Frame length differs (64 != 128\n! Image frame 1 differs\n");
-        EXPECT_EQ(lines.out.str(), "");
+        EXPECT_EQ(err.str(), "Frame length differs (64 != 128\n! Image frame 1 differs\n");
+        EXPECT_EQ(out.str(), "");
         EXPECT_FALSE(comparator.hadTrouble());
     }
 
@@ -155,12 +128,12 @@ TEST(FrameComparison, ObjectsAndTheirFrames)
         rules.tags.insert(DCM_Rows);
         (broken == 0 ? a : b)->getDataset()->putAndInsertUint16(DCM_Rows, 0);
         ObjectComparator comparator(rules);
-        Lines lines;
-        comparator.setOutput(lines.out, lines.err);
+        std::ostringstream out, err;
+        comparator.setOutput(out, err);
         bool equal = true;
-        capture([&] { equal = comparator.compareObjects(a->getDataset(), b->getDataset(), OC_MODE_FRAMES); });
+        fixtures::capture([&] { equal = comparator.compareObjects(a->getDataset(), b->getDataset(), OC_MODE_FRAMES); });
         EXPECT_FALSE(equal);
-        EXPECT_EQ(lines.err.str(), broken == 0 ? "Error processing first DICOM object\n"
+        EXPECT_EQ(err.str(), broken == 0 ? "Error processing first DICOM object\n"
                                                : "Error processing second DICOM object\n");
         EXPECT_TRUE(comparator.hadTrouble());
     }
@@ -208,4 +181,62 @@ TEST(FrameComparison, FramesKeepTheStoredSamples)
     ASSERT_EQ(frame->getLength(), before.size());
     EXPECT_EQ(memcmp(frame->getData(), before.data(), before.size()), 0);
     EXPECT_FALSE(dataset->tagExists(DCM_PixelData)); // the process takes it out of its dataset
+}
+
+TEST(FrameMemory, LocalKeepsEveryFrameUntilDestroyed)
+{
+    LocalObjDiffMemory memory;
+    char* first = memory.allocate(100, 1);
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(memory.allocate(100, 1), nullptr); // a frame is allocated once
+    char* second = memory.allocate(50, 2);
+    ASSERT_NE(second, nullptr);
+
+    // the final length only ever shrinks; release keeps the bytes
+    EXPECT_EQ(memory.chunk(first, 0, 80, 1), first);
+    EXPECT_EQ(memory.chunk(first, 0, 90, 1), first);
+    memory.release(first, 100, 1);
+    first[79] = 'x';
+    EXPECT_EQ(memory.getFrames().at(1)->getLength(), 80u);
+    EXPECT_EQ(memory.getFrames().at(2)->getLength(), 50u);
+
+    // a length for a frame never allocated leaves an empty entry
+    EXPECT_EQ(memory.chunk(nullptr, 0, 10, 7), nullptr);
+    ASSERT_EQ(memory.getFrames().size(), 3u);
+    EXPECT_EQ(memory.getFrames().at(7)->getData(), nullptr);
+    EXPECT_EQ(memory.getFrames().at(7)->getLength(), 0u);
+
+    MemoryBlock block;
+    EXPECT_EQ(block.chunk(10), nullptr);
+    ASSERT_NE(block.allocate(0), nullptr);
+    EXPECT_EQ(block.allocate(4), nullptr);
+    EXPECT_EQ(block.getLength(), 0u);
+}
+
+TEST(FrameMemory, RemoteReusesOneBuffer)
+{
+    RemoteObjDiffMemory memory;
+    char* buffer = memory.allocate(100, 1);
+    ASSERT_NE(buffer, nullptr);
+    EXPECT_TRUE(memory.isInUse());
+
+    // lent: a separate array, freed by its own release
+    char* other = memory.allocate(10, 2);
+    ASSERT_NE(other, nullptr);
+    EXPECT_NE(other, buffer);
+    memory.release(other, 10, 2);
+    EXPECT_TRUE(memory.isInUse());
+    EXPECT_EQ(memory.chunk(buffer, 0, 3, 1), buffer);
+
+    // given back: lent again for a request that fits, replaced for a larger one
+    memory.release(buffer, 100, 1);
+    EXPECT_FALSE(memory.isInUse());
+    EXPECT_EQ(memory.allocate(60, 3), buffer);
+    memory.release(buffer, 60, 3);
+    char* larger = memory.allocate(1000, 4);
+    ASSERT_NE(larger, nullptr);
+    EXPECT_EQ(memory.getCapacity(), 1000u);
+    larger[999] = 'x';
+    memory.release(larger, 1000, 4);
+    EXPECT_FALSE(memory.isInUse());
 }

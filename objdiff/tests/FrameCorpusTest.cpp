@@ -9,7 +9,6 @@
 #include "objdiff/ObjDiffProcess.h"
 
 #include "dcmutils/codec/CodecRegistry.h"
-#include "objdiff/tests/Capture.h"
 #include "tests/fixtures/Fixtures.h"
 
 #include "dcmtk/dcmdata/dctk.h"
@@ -17,11 +16,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <fstream>
 #include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -108,12 +104,7 @@ double dcmicmpMaxError(const std::string& first, const std::string& second)
     return atof(r.out.c_str() + r.out.find('=', at) + 1);
 }
 
-struct Decoded
-{
-    DcmFileFormat file;
-    std::unique_ptr<ObjDiffProcess> process;
-    MemoryBlock* frame1 = NULL;
-};
+struct Decoded { DcmFileFormat file; std::unique_ptr<ObjDiffProcess> process; MemoryBlock* frame1 = NULL; };
 
 // Decodes a file's frames through the comparison's process.
 bool decode(const std::string& path, Decoded& decoded)
@@ -189,7 +180,7 @@ TEST(FrameCorpus, IndependentEncodersDecodersAndMeasure)
         {
             ObjectComparator comparator(rules);
             bool equal = false;
-            Captured c = capture([&] { equal = comparator.compareObjects(first.c_str(), NULL, second.c_str(), NULL, OC_MODE_FRAMES); });
+            fixtures::Captured c = fixtures::capture([&] { equal = comparator.compareObjects(first.c_str(), NULL, second.c_str(), NULL, OC_MODE_FRAMES); });
             EXPECT_EQ(equal, pair.err[0] == '\0');
             EXPECT_EQ(c.err, pair.err);
             EXPECT_EQ(c.out, pair.err == DIFFERS ? "! Pixel Data differs\n" : "");
@@ -215,7 +206,7 @@ TEST(FrameCorpus, IndependentEncodersDecodersAndMeasure)
         IgnoreTags none;
         ObjectComparator comparator(none);
         bool lossless = false;
-        capture([&] { lossless = comparator.compareMemoryBlocks(a.frame1, b.frame1, true, wide); });
+        fixtures::capture([&] { lossless = comparator.compareMemoryBlocks(a.frame1, b.frame1, true, wide); });
         const double maxError = dcmicmpMaxError(first, secondNative);
         ASSERT_GE(maxError, 0);
         EXPECT_EQ(lossless, maxError == 0) << "dcmicmp max error " << maxError;

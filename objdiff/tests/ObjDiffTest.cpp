@@ -1,7 +1,8 @@
-// Comparing datasets, elements and stored pixel data, and the path form with its KqR files.
+// Ignore-tag rules, and comparing datasets, elements and stored pixel data: generated cases,
+// the path form with its KqR files, and every readable file of the pydicom corpus.
+#include "objdiff/IgnoreTags.h"
 #include "objdiff/ObjDiff.h"
 
-#include "objdiff/tests/Capture.h"
 #include "tests/fixtures/Fixtures.h"
 #include "dcmutils/KqRWriter.h"
 
@@ -12,8 +13,9 @@
 
 #include <functional>
 #include <memory>
-#include <string>
-#include <vector>
+
+using fixtures::capture;
+using fixtures::Captured;
 
 namespace {
 
@@ -64,11 +66,7 @@ DcmElement* text(DcmEVR vr, const DcmTagKey& key, const char* value)
     return element;
 }
 
-struct Comparison
-{
-    bool equal = false;
-    Captured output;
-};
+struct Comparison { bool equal = false; Captured output; };
 
 Comparison compareDatasets(DcmDataset& a, DcmDataset& b, IgnoreTags& rules, bool verbose = false,
                            OC_MODE mode = OC_MODE_BINARY)
@@ -81,6 +79,63 @@ Comparison compareDatasets(DcmDataset& a, DcmDataset& b, IgnoreTags& rules, bool
 }
 
 } // namespace
+
+TEST(IgnoreTags, ReadsTagsAndPatternsFromFile)
+{
+    const std::string longLine = "(0008,0018)" + std::string(200, 'x');
+    struct Case { std::string content; std::set<DcmTagKey> tags; std::set<std::string> patterns; };
+    const Case cases[] = {
+        {"", {}, {}},
+        // the first "(" counts, the separator is not examined, duplicates are dropped
+        {"(0010,0010) patient name\nignore (00ff,a0b1) then (0008,0020)\n(0008;0030)\n(0010,0010)\n",
+         {DCM_PatientName, DcmTagKey(0x00ff, 0xa0b1), DCM_StudyTime},
+         {}},
+        {"(0009,....) private group\n(....,0011)\n", {}, {"0009....", "....0011"}},
+        // upper-case digits make a pattern that matches nothing
+        {"(7FE0,0010)\n(0008,001A)\n", {}, {"7FE00010", "0008001A"}},
+        // comments, blank and short lines add nothing; a last line without a line end counts
+        {"# comment 0010,0010\n\n(0008\n(0008,001\ntext (\n(0020,000d)", {DCM_StudyInstanceUID}, {}},
+        // 79 characters fit the line buffer; a longer line is the last one read
+        {"(0008,0018)" + std::string(68, 'x') + "\n(0010,0010)\n", {DCM_SOPInstanceUID, DCM_PatientName}, {}},
+        {"(0008,0060)\n" + longLine + "\n(0010,0010)\n", {DCM_Modality, DCM_SOPInstanceUID}, {}},
+    };
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(c.content);
+        fixtures::TempDir dir;
+        ASSERT_TRUE(fixtures::writeFile(dir.file("ignoretags"), c.content));
+        const IgnoreTags rules(dir.file("ignoretags").c_str());
+        EXPECT_EQ(c.tags, rules.tags);
+        EXPECT_EQ(c.patterns, rules.patterns);
+    }
+}
+
+TEST(IgnoreTags, MatchesKeysAndDotPatterns)
+{
+    IgnoreTags rules;
+    EXPECT_FALSE(rules.isIgnored(DCM_PatientName)); // nothing by default
+    rules.tags.insert(DCM_PatientName);
+    for (const char* pattern : {"0009....", "....0011", "7FE00010"})
+        rules.patterns.insert(pattern);
+    const std::pair<DcmTagKey, bool> cases[] = {
+        {DCM_PatientName, true},           {DCM_PatientID, false},
+        {DcmTagKey(0x0009, 0x1234), true}, {DcmTagKey(0x0019, 0x1234), false}, {DcmTagKey(0x0090, 0x1234), false},
+        {DcmTagKey(0xabcd, 0x0011), true}, {DcmTagKey(0x0008, 0x1011), false}, {DCM_PixelData, false},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.second, rules.isIgnored(c.first)) << c.first;
+}
+
+TEST(IgnoreTags, MissingFileReportedAndEmpty)
+{
+    fixtures::TempDir dir;
+    const std::string path = dir.file("none");
+    std::set<DcmTagKey> tags;
+    Captured c = capture([&] { tags = IgnoreTags(path.c_str()).tags; });
+    EXPECT_EQ("[" + path + "]\n", c.out);
+    EXPECT_EQ("Cannot open ignoretags file:" + path + "\n", c.err);
+    EXPECT_TRUE(tags.empty());
+}
 
 TEST(ObjectComparator, DatasetWalk)
 {
@@ -321,12 +376,7 @@ TEST(ObjectComparator, StoredPixelData)
 
 TEST(ObjectComparator, PixelSequences)
 {
-    struct Case
-    {
-        Fragments second;
-        bool equal;
-        const char* err;
-    };
+    struct Case { Fragments second; bool equal; const char* err; };
     const Case cases[] = {
         {{{}, {1, 2}}, true, ""},
         {{{}, {1, 2}, {3, 4}}, false, "! (7fe0,0010) Number of pixel items differs (2 != 3)\n"},
@@ -351,15 +401,12 @@ TEST(ObjectComparator, PixelSequences)
 
 TEST(ObjectComparator, PathFormLoadsAndAppliesKqRFiles)
 {
+    // the edit (its items' private creator included) against the plain object; a first file that
+    // does not load ends the comparison (the program's tests cover the other combinations)
     fixtures::TempDir dir;
-    const std::string objectPath = dir.file("IM1");
-    const std::string kqrPath = dir.file("edit.kqr");
-    const std::string missing = dir.file("missing");
-    const std::string missingKqR = dir.file("missing.kqr");
-    const std::string textPath = dir.file("text");
+    const std::string objectPath = dir.file("IM1"), kqrPath = dir.file("edit.kqr"), missing = dir.file("missing");
     fixtures::ObjectSpec spec;
     ASSERT_TRUE(fixtures::writeObject(objectPath, spec));
-    ASSERT_TRUE(fixtures::writeFile(textPath, "not a DICOM file at all"));
     KqRWriter writer;
     ASSERT_TRUE(writer.setStudyAttribute(DCM_PatientName, "New^Name").good());
     ASSERT_TRUE(writer.setInstanceAttribute(spec.seriesUID.c_str(), spec.sopInstanceUID.c_str(), DCM_ImageComments,
@@ -367,60 +414,53 @@ TEST(ObjectComparator, PathFormLoadsAndAppliesKqRFiles)
                     .good());
     ASSERT_TRUE(writer.save(kqrPath.c_str()).good());
     const std::string before = fixtures::readFile(objectPath);
-    std::string missingText;
-    capture([&] { missingText = DcmFileFormat().loadFile(missing.c_str()).text(); });
-    const std::string loadError = "Error loading " + missing + "(" + missingText + ")\n";
-
-    struct Case
-    {
-        const char* file1;
-        const char* kqr1;
-        const char* file2;
-        const char* kqr2;
-        bool equal;
-        std::string out;
-        std::string err; // the end of standard error (the toolkit may log before it)
-    };
-    const Case cases[] = {
-        {objectPath.c_str(), NULL, objectPath.c_str(), NULL, true, "", ""},
-        // the edit, its change item's private creator included, against the plain object
-        {objectPath.c_str(), kqrPath.c_str(), objectPath.c_str(), NULL, false,
-         "< (0020,4000): edited\n< (f215,0010): KQ group A\n", "! (0010,0010): New^Name != Test^Patient\n"},
-        {objectPath.c_str(), kqrPath.c_str(), objectPath.c_str(), kqrPath.c_str(), true, "", ""},
-        // the first failed load ends the comparison
-        {missing.c_str(), NULL, missing.c_str(), NULL, false, "", loadError},
-        {objectPath.c_str(), missing.c_str(), textPath.c_str(), NULL, false, "", loadError},
-        {objectPath.c_str(), NULL, missing.c_str(), NULL, false, "", loadError},
-    };
     IgnoreTags rules;
     ObjectComparator comparator(rules);
-    for (const Case& c : cases)
-    {
-        SCOPED_TRACE(std::string(c.file1) + " " + (c.kqr1 ? c.kqr1 : "-") + " " + c.file2 + " " +
-                     (c.kqr2 ? c.kqr2 : "-"));
-        bool equal = !c.equal;
-        const Captured out = capture([&] { equal = comparator.compareObjects(c.file1, c.kqr1, c.file2, c.kqr2, OC_MODE_BINARY); });
-        EXPECT_EQ(c.equal, equal);
-        EXPECT_EQ(c.out, out.out);
-        EXPECT_EQ(c.err, out.err);
-    }
+    bool equal = true;
+    Captured c = capture([&] {
+        equal = comparator.compareObjects(objectPath.c_str(), kqrPath.c_str(), objectPath.c_str(), NULL, OC_MODE_BINARY);
+    });
+    EXPECT_FALSE(equal);
+    EXPECT_EQ("< (0020,4000): edited\n< (f215,0010): KQ group A\n", c.out);
+    EXPECT_EQ("! (0010,0010): New^Name != Test^Patient\n", c.err);
     EXPECT_EQ(before, fixtures::readFile(objectPath));
+    ASSERT_TRUE(fixtures::writeFile(dir.file("text"), "not a DICOM file at all"));
+    c = capture([&] {
+        equal = comparator.compareObjects(missing.c_str(), NULL, dir.file("text").c_str(), NULL, OC_MODE_BINARY);
+    });
+    EXPECT_FALSE(equal);
+    EXPECT_EQ("Error loading " + missing + "(No such file or directory)\n", c.out + c.err);
 }
 
-TEST(ObjectComparator, DumpPrintsAttributesThenWritesTheImageDump)
+TEST(ObjectComparatorCorpus, EveryReadableFileEqualsItself)
 {
-    fixtures::TempDir dir;
-    const std::string objectPath = dir.file("IM1");
-    ASSERT_TRUE(fixtures::writeObject(objectPath, fixtures::ObjectSpec()));
-    IgnoreTags rules;
-    rules.tags.insert(DCM_PatientID);
-    ObjectComparator comparator(rules);
-    bool r = true;
-    Captured c = capture([&] { r = comparator.dumpObject(objectPath.c_str(), NULL, dir.file("dump").c_str()); });
-    EXPECT_TRUE(r);
-    EXPECT_NE(std::string::npos, c.out.find("(0010,0010) PN [Test^Patient]")) << c.out;
-    EXPECT_EQ(std::string::npos, c.out.find("(0010,0020)"));
-    EXPECT_EQ(std::string::npos, c.out.find("(7fe0,0010)"));
-    EXPECT_EQ("", c.err);
-    EXPECT_EQ((std::vector<std::string>{"IM1", "dump.dump.wavelet"}), fixtures::listDir(dir.path()));
+    const std::vector<std::string> names = fixtures::listDir(fixtures::corpusDir());
+    ASSERT_FALSE(names.empty());
+    std::set<E_TransferSyntax> syntaxes;
+    int compared = 0;
+    for (const std::string& name : names)
+    {
+        const std::string path = fixtures::corpusFile(name);
+        DcmFileFormat probe;
+        capture([&] { probe.loadFile(path.c_str()); });
+        if (probe.getDataset() == NULL || probe.getDataset()->card() == 0 ||
+            probe.getDataset()->getOriginalXfer() == EXS_Unknown)
+            continue; // not DICOM, truncated or malformed: loading must only not crash
+        IgnoreTags rules;
+        ObjectComparator comparator(rules);
+        bool equal = false;
+        Captured c = capture([&] { equal = comparator.compareObjects(path.c_str(), NULL, path.c_str(), NULL, OC_MODE_BINARY); });
+        if (c.err.find("Error loading") != std::string::npos)
+            continue;
+        EXPECT_TRUE(equal) << name << "\n" << c.out << c.err;
+        EXPECT_EQ(c.out, "") << name;
+        syntaxes.insert(probe.getDataset()->getOriginalXfer());
+        ++compared;
+    }
+    EXPECT_GT(compared, 40);
+    for (E_TransferSyntax xfer : {EXS_LittleEndianImplicit, EXS_LittleEndianExplicit, EXS_BigEndianExplicit,
+                                  EXS_DeflatedLittleEndianExplicit, EXS_JPEGProcess1, EXS_JPEGProcess2_4,
+                                  EXS_JPEGProcess14SV1, EXS_JPEGLSLossless, EXS_JPEG2000LosslessOnly, EXS_JPEG2000,
+                                  EXS_RLELossless})
+        EXPECT_EQ(syntaxes.count(xfer), 1u) << DcmXfer(xfer).getXferName();
 }

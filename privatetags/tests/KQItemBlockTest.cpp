@@ -1,24 +1,18 @@
-// Finding and reserving the block, the accessors and element insertion.
+// The private block: finding and reserving it, the accessors, element insertion, and the legacy
+// key map with the tag conversions built on it.
 #include "privatetags/tests/KQTestSupport.h"
-
-#include "dcmtk/dcmdata/dcdatset.h"
-#include "dcmtk/dcmdata/dcdeftag.h"
-#include "dcmtk/dcmdata/dcvrlo.h"
-#include "dcmtk/dcmdata/dcvrus.h"
 
 #include <gtest/gtest.h>
 
 using namespace kqtest;
-
-typedef std::vector<Uint16> Elements;
 
 TEST(KQItemBlock, EmptyDatasetUsesFirstFreeSlotWithoutWriting)
 {
     DcmDataset ds;
     ds.putAndInsertString(DCM_PatientName, "Doe^John");
     KQItem kq(ds);
-    const char* value = NULL;
-    EXPECT_EQ(EC_TagNotFound, kq.findAndGetKQString(0x15, value));
+    const char* text = NULL;
+    EXPECT_EQ(EC_TagNotFound, kq.findAndGetKQString(0x15, text));
     DcmItem* change = NULL;
     EXPECT_EQ(EC_TagNotFound, kq.findAndGetKQSequenceItem(0x62, change, 0));
     EXPECT_EQ(0x1000, kq.getBlockBase());
@@ -27,7 +21,7 @@ TEST(KQItemBlock, EmptyDatasetUsesFirstFreeSlotWithoutWriting)
 
     // the first write reserves the slot; the element takes the dictionary's VR
     EXPECT_TRUE(kq.putAndInsertKQString(0x15, "20240131").good());
-    EXPECT_EQ(KQ_PRIVATE_CREATOR, stringOf(ds, f215(0x0010)));
+    EXPECT_EQ(KQ_PRIVATE_CREATOR, value(ds, f215(0x0010)));
     DcmElement* element = NULL;
     ASSERT_TRUE(kq.findAndGetKQElement(0x15, element).good());
     EXPECT_EQ(f215(0x1015), element->getTag().getXTag());
@@ -78,12 +72,12 @@ TEST(KQItemBlock, UnreadableCreatorSlotFailsEveryAccessor)
     EXPECT_FALSE(kq.calcPrivateBlock(false));
     EXPECT_EQ(nullptr, kq.removeKQ(0x15));
     EXPECT_EQ(std::vector<std::string>{"couldn't calc"}, log.lines());
-    const char* value = NULL;
+    const char* text = NULL;
     DcmItem* sub = NULL;
     DcmTag tag;
     DcmTagKey key = f215(0x0015);
     DcmTagKey publicKey(DCM_PatientName);
-    EXPECT_EQ(EC_KQPrivateTagProblem, kq.findAndGetKQString(0x15, value));
+    EXPECT_EQ(EC_KQPrivateTagProblem, kq.findAndGetKQString(0x15, text));
     EXPECT_EQ(EC_KQPrivateTagProblem, kq.putAndInsertKQString(0x15, "x"));
     EXPECT_EQ(EC_KQPrivateTagProblem, kq.findOrCreateKQSequenceItem(0x62, sub));
     EXPECT_EQ(EC_KQPrivateTagProblem, kq.getTag(0x15, tag));
@@ -159,13 +153,13 @@ TEST(KQItemBlock, ChangeSequencesOfAKqRDataset)
     KQItem reader(kqr);
     DcmItem* change = NULL;
     ASSERT_TRUE(reader.findAndGetKQSequenceItem(0x62, change, 0).good());
-    EXPECT_EQ("New^Name", stringOf(*change, DCM_PatientName));
+    EXPECT_EQ("New^Name", value(*change, DCM_PatientName));
     DcmItem* second = NULL;
     EXPECT_EQ(EC_IllegalParameter, reader.findAndGetKQSequenceItem(0x62, second, 1));
     KQItem changeReader(*change);
     DcmSequenceOfItems* seriesSeq = NULL;
     ASSERT_TRUE(changeReader.findAndGetKQSequence(0x63, seriesSeq).good());
-    EXPECT_EQ("1.2.3", stringOf(*seriesSeq->getItem(0), DCM_SeriesInstanceUID));
+    EXPECT_EQ("1.2.3", value(*seriesSeq->getItem(0), DCM_SeriesInstanceUID));
     EXPECT_TRUE(changeReader.isObjectOurPrivateElement(seriesSeq, 0x63));
     DcmSequenceOfItems* none = NULL;
     EXPECT_EQ(EC_TagNotFound, reader.findAndGetKQSequence(0x63, none)); // not at top level
@@ -186,13 +180,13 @@ TEST(KQItemBlock, SearchIntoSubItemsUsesEachItemsBlock)
     putPrivate(*deeper, 0x1016, "101010", EVR_TM);
 
     KQItem kq(ds);
-    const char* value = NULL;
-    EXPECT_EQ(EC_TagNotFound, kq.findAndGetKQString(0x15, value));
+    const char* text = NULL;
+    EXPECT_EQ(EC_TagNotFound, kq.findAndGetKQString(0x15, text));
     const std::pair<unsigned short, const char*> found[] = {{0x15, "20210304"}, {0x16, "101010"}, {0x3A, "top level"}};
     for (const auto& f : found)
     {
-        ASSERT_TRUE(kq.findAndGetKQString(f.first, value, true).good());
-        EXPECT_STREQ(f.second, value);
+        ASSERT_TRUE(kq.findAndGetKQString(f.first, text, true).good());
+        EXPECT_STREQ(f.second, text);
     }
     DcmElement* element = NULL;
     ASSERT_TRUE(kq.findAndGetKQElement(0x15, element, true).good());
@@ -207,7 +201,7 @@ TEST(KQItemBlock, SearchIntoSubItemsUsesEachItemsBlock)
     putCreator(*good, 0x10, KQ_PRIVATE_CREATOR);
     putPrivate(*good, 0x1015, "20000101", EVR_DA);
     LogCapture log;
-    EXPECT_EQ(EC_KQPrivateTagProblem, KQItem(broken).findAndGetKQString(0x15, value, true));
+    EXPECT_EQ(EC_KQPrivateTagProblem, KQItem(broken).findAndGetKQString(0x15, text, true));
 }
 
 TEST(KQItemBlock, WritersPassTheToolkitsAnswerOn)
@@ -221,7 +215,7 @@ TEST(KQItemBlock, WritersPassTheToolkitsAnswerOn)
     EXPECT_EQ(EC_IllegalCall, kq.putAndInsertKQUint16Array(0x73, words, 2)); // words do not fit OB
     ASSERT_TRUE(kq.putAndInsertKQString(0x45, "STUDY").good());
     EXPECT_EQ(EC_DoubledTag, kq.putAndInsertKQString(0x45, "SERIES", false));
-    EXPECT_EQ("STUDY", stringOf(item, f215(0x1145)));
+    EXPECT_EQ("STUDY", value(item, f215(0x1145)));
     DcmTagKey key = f215(0x0064);
     EXPECT_TRUE(kq.adjustPrivateTag(key).good());
     EXPECT_EQ(f215(0x1164), key);
@@ -259,7 +253,7 @@ TEST(KQItemBlock, InsertRelocatesLegacyElementsOfOurBlocks)
     DcmElement* replace = new DcmLongString(DcmTag(f215(0xDA80), DcmVR(EVR_LO)));
     replace->putString("third");
     EXPECT_TRUE(kq.insertKQ(replace, true).good());
-    EXPECT_EQ("third", stringOf(item, f215(0x113A)));
+    EXPECT_EQ("third", value(item, f215(0x113A)));
     EXPECT_EQ((Elements{0x0010, 0x0011, 0x1115, 0x113A, 0xBA08}), privateElements(item));
 
     // a legacy block with a foreign creator is not ours
@@ -285,7 +279,7 @@ TEST(KQItemBlock, CopyPrivateElement)
     KQItem kq(target);
     for (DcmObject* obj = source.nextInContainer(NULL); obj; obj = source.nextInContainer(obj))
         ASSERT_TRUE(kq.copyPrivateElement(*OFstatic_cast(DcmElement*, obj), false).good()) << obj->getTag();
-    EXPECT_EQ("Kept^Name", stringOf(target, DCM_PatientName)); // not replaced
+    EXPECT_EQ("Kept^Name", value(target, DCM_PatientName)); // not replaced
     // keys not in the map keep their numbers; mapped ones move into the block 0x11
     EXPECT_EQ((Elements{0x0010, 0x0011, 0x1162, 0x11A5, 0x1245, 0xBA08}), privateElements(target));
 
@@ -295,5 +289,101 @@ TEST(KQItemBlock, CopyPrivateElement)
     EXPECT_EQ((Elements{0x0010, 0x103A}), privateElements(*copied));
     EXPECT_EQ((Elements{0x00DA, 0xDA80}), privateElements(*change));
     EXPECT_TRUE(kq.copyPrivateElement(*source.getElement(0), true).good());
-    EXPECT_EQ("Copied^Name", stringOf(target, DCM_PatientName));
+    EXPECT_EQ("Copied^Name", value(target, DCM_PatientName));
+}
+
+TEST(KQItemMap, HoldsTheLegacyTable)
+{
+    KQItem::createMap();
+    KQItem::createMap(); // a second call adds nothing
+    EXPECT_EQ(68u, KQItem::m_privateKeyMap.size());
+    // the irregular entries, the first and the last of each block
+    const std::pair<Uint16, unsigned short> entries[] = {{0xBA00, 0x10}, {0xBA31, 0x0E}, {0xBA94, 0x94},
+                                                         {0xBABA, 0x1D}, {0xDA01, 0x41}, {0xDA31, 0x62},
+                                                         {0xDA71, 0x0A}, {0xDADA, 0x1E}, {0x10A8, 0xA8}};
+    for (const auto& e : entries)
+    {
+        const auto it = KQItem::m_privateKeyMap.find(f215(e.first));
+        ASSERT_NE(KQItem::m_privateKeyMap.end(), it) << std::hex << e.first;
+        EXPECT_EQ(e.second, it->second) << std::hex << e.first;
+    }
+    for (const auto& entry : KQItem::m_privateKeyMap)
+    {
+        const unsigned short block = entry.first.getElement() >> 8;
+        EXPECT_TRUE(block == 0xBA || block == 0xDA || block == 0x10) << entry.first;
+        EXPECT_LT(entry.second, 0x100);
+    }
+}
+
+TEST(KQItemMap, CanonicKeys)
+{
+    const std::pair<DcmTagKey, DcmTagKey> cases[] = {
+        {DcmTagKey(0x0010, 0x0010), DcmTagKey(0x0010, 0x0010)}, // outside group F215: unchanged
+        {DcmTagKey(0xF213, 0xBA01), DcmTagKey(0xF213, 0xBA01)},
+        {f215(0x1123), f215(0x1023)}, // any other block folds onto block 10
+        {f215(0xFF62), f215(0x1062)},
+        {f215(0x0011), f215(0x1011)}, // creator elements included
+        {f215(0x00BA), f215(0x10BA)},
+        {f215(0xDA31), f215(0x1062)}, // legacy blocks through the map, whoever their creator
+        {f215(0xBA94), f215(0x1094)},
+        {f215(0xBA08), f215(0xBA08)}, // legacy keys missing from the map stay
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.second, KQItem::getCanonicKey(DcmTag(c.first))) << c.first;
+}
+
+TEST(KQItemMap, CanonicTagAndClassification)
+{
+    const DcmTag tag = KQItem::canonicTag(0x62);
+    EXPECT_EQ(f215(0x1062), tag.getXTag());
+    EXPECT_STREQ(KQ_PRIVATE_CREATOR, tag.getPrivateCreator());
+    EXPECT_EQ(EVR_SQ, tag.getEVR());
+
+    for (Uint16 element : {0x0010, 0x00FF})
+        EXPECT_TRUE(KQItem::isOurPrivateCreator(DcmTag(f215(element))));
+    for (Uint16 element : {0x000F, 0x0100})
+        EXPECT_FALSE(KQItem::isOurPrivateCreator(DcmTag(f215(element))));
+    EXPECT_TRUE(KQItem::isOurPrivateTagKey(f215(0x1000)));
+    EXPECT_FALSE(KQItem::isOurPrivateTagKey(f215(0x0FFF)));
+    // the creator decides, in any odd group
+    EXPECT_TRUE(KQItem::isOurPrivateTag(DcmTag(0x0009, 0x1015, KQ_PRIVATE_CREATOR)));
+    EXPECT_FALSE(KQItem::isOurPrivateTag(DcmTag(0xF215, 0x1115, "KQ group B")));
+    EXPECT_FALSE(KQItem::isOurPrivateTag(DcmTag(0x0007, 0x1015, KQ_PRIVATE_CREATOR)));
+
+    std::unique_ptr<DcmElement> element(KQItem::createNewDicomElement(f215(0x1315)));
+    ASSERT_NE(nullptr, element);
+    EXPECT_EQ(EVR_DA, element->ident());
+    const OFCondition cond(EC_KQPrivateTagProblem);
+    EXPECT_EQ(1051, cond.module());
+    EXPECT_EQ(3840, cond.code());
+    EXPECT_STREQ("KQItem Private Tag Relocation Error", cond.text());
+}
+
+TEST(KQItemMap, ConvertTag)
+{
+    DcmItem item;
+    putCreator(item, 0x10, "Someone else");
+    KQItem kq(item);
+    // a legacy key in the map moves into the item's block (0x11), with its VR
+    DcmTag tag(f215(0xDA31));
+    EXPECT_TRUE(kq.convertTag(tag).good());
+    EXPECT_EQ(f215(0x1162), tag.getXTag());
+    EXPECT_STREQ(KQ_PRIVATE_CREATOR, tag.getPrivateCreator());
+    EXPECT_EQ(EVR_SQ, tag.getEVR());
+    EXPECT_EQ(KQ_PRIVATE_CREATOR, value(item, f215(0x0011)));
+    for (const DcmTagKey& key : {f215(0xBA08), DcmTagKey(0x0010, 0x0010), f215(0x1062)})
+    {
+        DcmTag unchanged(key);
+        EXPECT_TRUE(kq.convertTag(unchanged).good());
+        EXPECT_EQ(key, unchanged.getXTag());
+    }
+
+    // a block that cannot be settled
+    LogCapture log;
+    DcmItem broken;
+    appendItem(broken, f215(0x0010));
+    DcmTag legacy(f215(0xBA51));
+    EXPECT_EQ(EC_KQPrivateTagProblem, KQItem(broken).convertTag(legacy));
+    EXPECT_EQ(f215(0xBA51), legacy.getXTag());
+    EXPECT_TRUE(log.contains("couldn't calc"));
 }

@@ -1,38 +1,42 @@
-// Moving legacy and canonical-block elements into the item's block, and the walkers over
-// nested items.
+// Moving legacy and canonical-block elements into the item's block, the walkers over nested
+// items, and the conversion of whole files.
 #include "privatetags/tests/KQTestSupport.h"
-
-#include "dcmtk/dcmdata/dcdatset.h"
-#include "dcmtk/dcmdata/dcdeftag.h"
 
 #include <gtest/gtest.h>
 
-#include <memory>
-
 using namespace kqtest;
-
-typedef std::vector<Uint16> Elements;
 
 namespace {
 
-// A private element: its number and value; creator elements (00xx) take their value as creator.
-struct Element
-{
-    Uint16 number;
-    const char* value;
-};
+// Private elements: number and value; creator elements (00xx) take their value as creator.
+typedef std::vector<std::pair<Uint16, const char*>> Privates;
 
-DcmItem* makeItem(const std::vector<Element>& elements)
+DcmItem* makeItem(const Privates& elements)
 {
     DcmItem* item = new DcmItem();
-    for (const Element& e : elements)
-    {
-        if (e.number < 0x100)
-            putCreator(*item, e.number, e.value);
-        else
-            putPrivate(*item, e.number, e.value);
-    }
+    for (const auto& e : elements)
+        e.first < 0x100 ? putCreator(*item, e.first, e.second) : putPrivate(*item, e.first, e.second);
     return item;
+}
+
+// An image carrying soft-edit data the way an earlier release wrote it, with pixel data
+// beyond the 4096 bytes loaded up front.
+DcmFileFormat* makeLegacyObject()
+{
+    fixtures::ObjectSpec spec;
+    spec.rows = 64;
+    spec.columns = 64;
+    DcmFileFormat* file = fixtures::makeObject(spec);
+    DcmDataset& ds = *file->getDataset();
+    putCreator(ds, 0xBA, KQ_LEGACY_CREATOR);
+    putPrivate(ds, 0xBA51, "20190305", EVR_DA);
+    putPrivate(ds, 0xBA08, "dropped");
+    DcmItem* change = appendItem(ds, f215(0xDA31));
+    change->putAndInsertString(DCM_PatientName, "Changed^Name");
+    putCreator(*change, 0xDA, KQ_LEGACY_CREATOR);
+    appendItem(*change, f215(0xDA32))->putAndInsertString(DCM_SeriesInstanceUID, "1.2.3.4");
+    ds.putAndInsertString(DcmTag(0x0009, 0x0010, DcmVR(EVR_LO)), "Other vendor");
+    return file;
 }
 
 } // namespace
@@ -42,9 +46,9 @@ TEST(KQItemRelocation, SettlingTheBlockMovesLegacyElements)
     struct Case
     {
         const char* what;
-        std::vector<Element> before;
+        Privates before;
         bool relocateCanonic;
-        std::vector<Element> after; // every private element with its value, in item order
+        Privates after; // every private element with its value, in item order
     };
     const Case cases[] = {
         {"mapped elements move, unmapped ones and the legacy creators go",
@@ -82,13 +86,13 @@ TEST(KQItemRelocation, SettlingTheBlockMovesLegacyElements)
         KQItem kq(*item);
         EXPECT_TRUE(kq.calcPrivateBlock(c.relocateCanonic));
         Elements expected;
-        for (const Element& e : c.after)
+        for (const auto& e : c.after)
         {
-            expected.push_back(e.number);
-            EXPECT_EQ(e.value, stringOf(*item, f215(e.number))) << std::hex << e.number;
+            expected.push_back(e.first);
+            EXPECT_EQ(e.second, value(*item, f215(e.first))) << std::hex << e.first;
         }
         EXPECT_EQ(expected, privateElements(*item));
-        EXPECT_EQ("Doe^Jane", stringOf(*item, DCM_PatientName));
+        EXPECT_EQ("Doe^Jane", value(*item, DCM_PatientName));
         EXPECT_EQ(!c.after.empty(), kq.isReserved());
     }
 }
@@ -107,9 +111,9 @@ TEST(KQItemRelocation, MovedElementsTakeOurCreatorAndLeaveNestedItemsToTheirOwnA
     ASSERT_TRUE(ds.findAndGetElement(f215(0x1015), moved).good());
     EXPECT_STREQ(KQ_PRIVATE_CREATOR, moved->getTag().getPrivateCreator());
     EXPECT_EQ((Elements{0xDA80}), privateElements(*item));
-    const char* value = NULL;
-    ASSERT_TRUE(KQItem(*item).findAndGetKQString(0x3A, value).good());
-    EXPECT_STREQ("nested legacy", value);
+    const char* text = NULL;
+    ASSERT_TRUE(KQItem(*item).findAndGetKQString(0x3A, text).good());
+    EXPECT_STREQ("nested legacy", text);
 }
 
 TEST(KQItemRelocation, WalkersReachEveryNestedItem)
@@ -158,7 +162,7 @@ TEST(KQItemRelocation, CanonicTagsOfCallers)
         KQItem::checkAndUpdateCanonicPrivateTag(&item, c[0].first, element);
         EXPECT_EQ(c[1].second, element);
     }
-    EXPECT_EQ(KQ_PRIVATE_CREATOR, stringOf(item, f215(0x0011)));
+    EXPECT_EQ(KQ_PRIVATE_CREATOR, value(item, f215(0x0011)));
     DcmTag tag(f215(0x1015));
     KQItem::checkAndUpdateCanonicPrivateTag(&item, tag);
     EXPECT_EQ(f215(0x1115), tag.getXTag());
@@ -198,4 +202,126 @@ TEST(KQItemRelocation, NukeRemovesTheWholeGroupAtTopLevel)
     appendItem(broken, f215(0x0010));
     KQItem(broken).nukePrivateTags();
     EXPECT_EQ((Elements{0x0010}), privateElements(broken));
+}
+
+TEST(KQItemFile, ImplicitVRTakesTheVRFromTheDictionary)
+{
+    fixtures::TempDir dir;
+    const std::string path = dir.file("implicit.dcm");
+    {
+        DcmFileFormat file;
+        DcmDataset& ds = *file.getDataset();
+        putCreator(ds, 0x10, "Other vendor");
+        putPrivate(ds, 0x1015, "not a date");
+        KQItem kq(ds);
+        ASSERT_TRUE(kq.putAndInsertKQString(0x15, "20231224").good());
+        ASSERT_TRUE(kq.putAndInsertKQString(0x45, "SERIES").good());
+        const Uint8 overlay[] = {1, 2, 3, 4};
+        ASSERT_TRUE(kq.putAndInsertKQUint8Array(0x73, overlay, 4).good());
+        DcmItem* change = NULL;
+        ASSERT_TRUE(kq.findOrCreateKQSequenceItem(0x62, change).good());
+        change->putAndInsertString(DCM_PatientID, "NEW-ID");
+        ASSERT_TRUE(file.saveFile(path.c_str(), EXS_LittleEndianImplicit).good());
+    }
+    DcmFileFormat file;
+    ASSERT_TRUE(file.loadFile(path.c_str()).good());
+    DcmDataset& ds = *file.getDataset();
+    // the same element number under another creator is unknown to the dictionary
+    const std::pair<Uint16, const char*> vrs[] = {{0x1115, "DA"}, {0x1145, "CS"}, {0x1173, "OB"}, {0x1015, "??"}};
+    for (const auto& v : vrs)
+    {
+        DcmElement* element = NULL;
+        ASSERT_TRUE(ds.findAndGetElement(f215(v.first), element).good());
+        EXPECT_STREQ(v.second, DcmVR(element->getVR()).getVRName()) << std::hex << v.first;
+    }
+    DcmItem* change = NULL;
+    ASSERT_TRUE(KQItem(ds).findAndGetKQSequenceItem(0x62, change).good());
+    EXPECT_EQ("NEW-ID", value(*change, DCM_PatientID));
+}
+
+TEST(KQItemFile, ConvertsLegacyFiles)
+{
+    fixtures::TempDir dir;
+    const struct { E_TransferSyntax xfer; E_EncodingType encoding; bool inPlace; } cases[] = {
+        {EXS_LittleEndianExplicit, EET_ExplicitLength, false},
+        {EXS_LittleEndianImplicit, EET_UndefinedLength, false}, // legacy sequences read without dictionary
+        {EXS_BigEndianExplicit, EET_ExplicitLength, true},
+    };
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(DcmXfer(c.xfer).getXferName());
+        const std::string in = dir.file("legacy.dcm");
+        const std::string out = c.inPlace ? in : dir.file("converted.dcm");
+        std::unique_ptr<DcmFileFormat> legacy(makeLegacyObject());
+        ASSERT_TRUE(legacy->saveFile(in.c_str(), c.xfer, c.encoding).good());
+        const std::string original = fixtures::readFile(in);
+
+        ASSERT_TRUE(KQItem::convertFilePrivateTags(in.c_str(), out.c_str()));
+        EXPECT_TRUE(c.inPlace || original == fixtures::readFile(in));
+        DcmFileFormat converted;
+        ASSERT_TRUE(converted.loadFile(out.c_str()).good());
+        DcmDataset& ds = *converted.getDataset();
+        EXPECT_EQ(c.xfer, ds.getOriginalXfer());
+        EXPECT_EQ((Elements{0x0010, 0x1015, 0x1062}), privateElements(ds));
+        EXPECT_EQ("20190305", value(ds, f215(0x1015)));
+        DcmItem* change = NULL;
+        ASSERT_TRUE(KQItem(ds).findAndGetKQSequenceItem(0x62, change).good());
+        EXPECT_EQ("Changed^Name", value(*change, DCM_PatientName));
+        EXPECT_EQ((Elements{0x0010, 0x1063}), privateElements(*change));
+        // everything else is carried over, pixel data included
+        EXPECT_EQ("Other vendor", value(ds, DcmTagKey(0x0009, 0x0010)));
+        DcmElement *before = NULL, *after = NULL;
+        ASSERT_TRUE(legacy->getDataset()->findAndGetElement(DCM_PixelData, before).good());
+        ASSERT_TRUE(ds.findAndGetElement(DCM_PixelData, after).good());
+        EXPECT_EQ(0, before->compare(*after));
+    }
+}
+
+TEST(KQItemFile, ConversionFailuresWriteNothing)
+{
+    fixtures::TempDir dir;
+    const std::string garbage = dir.file("garbage.dcm");
+    ASSERT_TRUE(fixtures::writeFile(garbage, "this is not DICOM"));
+    const std::string out = dir.file("out.dcm");
+    const std::string nowhere = dir.file("no/such/dir/out.dcm");
+    const std::string missing = dir.file("missing.dcm");
+    const std::string cases[][3] = {
+        {missing, out, "Error: couldn't access file:" + missing},
+        {garbage, out, "Error: file not loaded!"},
+        {fixtures::corpusFile("MR_truncated.dcm"), out, "Error: file not loaded!"},
+        {fixtures::corpusFile("CT_small.dcm"), nowhere, "Error: couldn't create file:" + nowhere},
+    };
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(c[0]);
+        LogCapture log;
+        EXPECT_FALSE(KQItem::convertFilePrivateTags(c[0].c_str(), c[1].c_str()));
+        EXPECT_EQ(std::vector<std::string>{c[2]}, log.lines());
+        EXPECT_EQ((std::vector<std::string>{"garbage.dcm"}), fixtures::listDir(dir.path()));
+    }
+}
+
+TEST(KQItemFile, CorpusFilesPassThrough)
+{
+    fixtures::TempDir dir;
+    for (const char* name : {"CT_small.dcm", "MR_small_implicit.dcm", "MR_small_bigendian.dcm", "JPEG2000.dcm",
+                             "MR_small_RLE.dcm", "rtplan.dcm", "UN_sequence.dcm", "ExplVR_LitEndNoMeta.dcm"})
+    {
+        SCOPED_TRACE(name);
+        const std::string in = fixtures::corpusFile(name);
+        const std::string out = dir.file(name);
+        ASSERT_TRUE(KQItem::convertFilePrivateTags(in.c_str(), out.c_str()));
+        DcmFileFormat before, after;
+        ASSERT_TRUE(before.loadFile(in.c_str()).good());
+        ASSERT_TRUE(after.loadFile(out.c_str()).good());
+        EXPECT_EQ(before.getDataset()->getOriginalXfer(), after.getDataset()->getOriginalXfer());
+        EXPECT_EQ(before.getDataset()->card(), after.getDataset()->card());
+        DcmElement* pixelsBefore = NULL;
+        DcmElement* pixelsAfter = NULL;
+        if (before.getDataset()->findAndGetElement(DCM_PixelData, pixelsBefore).good())
+        {
+            ASSERT_TRUE(after.getDataset()->findAndGetElement(DCM_PixelData, pixelsAfter).good());
+            EXPECT_EQ(pixelsBefore->getLength(), pixelsAfter->getLength());
+        }
+    }
 }

@@ -4,40 +4,37 @@
 
 #include "privatetags/KQItem.h"
 #include "privatetags/KQLog.h"
+#include "tests/fixtures/Fixtures.h"
 
-#include "dcmtk/dcmdata/dcitem.h"
+#include "dcmtk/dcmdata/dctk.h"
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace kqtest {
 
+using fixtures::value;
+typedef std::vector<Uint16> Elements;
+
 // Collects the private tag layer's log messages while alive.
 class LogCapture
 {
 public:
-    LogCapture()
-    {
-        messages().clear();
-        m_previous = KQLog::setObserver(&LogCapture::record);
-    }
+    LogCapture() : m_previous(KQLog::setObserver(&LogCapture::record)) { lines().clear(); }
     ~LogCapture() { KQLog::setObserver(m_previous); }
-    const std::vector<std::string>& lines() const { return messages(); }
-    bool contains(const std::string& text) const
-    {
-        for (const std::string& line : messages())
-            if (line == text)
-                return true;
-        return false;
-    }
-
-private:
-    static std::vector<std::string>& messages()
+    static std::vector<std::string>& lines()
     {
         static std::vector<std::string> collected;
         return collected;
     }
-    static void record(const char* text) { messages().push_back(text); }
+    bool contains(const std::string& text) const { return std::count(lines().begin(), lines().end(), text) > 0; }
+
+private:
+    static void record(const char* text) { lines().push_back(text); }
     KQLog::Observer m_previous;
 };
 
@@ -53,24 +50,15 @@ inline void putCreator(DcmItem& item, Uint16 block, const char* creator)
 }
 
 // Puts a string element of group F215 with an explicit VR, as an older writer did.
-inline void putPrivate(DcmItem& item, Uint16 element, const char* value, DcmEVR vr = EVR_LO)
+inline void putPrivate(DcmItem& item, Uint16 element, const char* text, DcmEVR vr = EVR_LO)
 {
-    item.putAndInsertString(DcmTag(f215(element), DcmVR(vr)), value);
-}
-
-// String value of a top-level element, or "<missing>".
-inline std::string stringOf(DcmItem& item, const DcmTagKey& key)
-{
-    const char* v = NULL;
-    if (item.findAndGetString(key, v).bad())
-        return "<missing>";
-    return v ? v : "";
+    item.putAndInsertString(DcmTag(f215(element), DcmVR(vr)), text);
 }
 
 // Element numbers of the top-level elements of group F215, in item order.
-inline std::vector<Uint16> privateElements(DcmItem& item)
+inline Elements privateElements(DcmItem& item)
 {
-    std::vector<Uint16> elements;
+    Elements elements;
     for (DcmObject* obj = item.nextInContainer(NULL); obj; obj = item.nextInContainer(obj))
         if (obj->getTag().getGroup() == KQ_PRIVATE_GROUP)
             elements.push_back(obj->getTag().getElement());

@@ -2,18 +2,11 @@
 // object must be byte-identical to its original or completely and correctly edited, none missing
 // or truncated, and a new run must finish the job.
 #include "tests/reliability/ReliabilitySupport.h"
-#include "tests/reliability/StudyBuilder.h"
-
-#include "tests/fixtures/Fixtures.h"
-
-#include <gtest/gtest.h>
 
 #include <sys/inotify.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <random>
 #include <set>
 #include <thread>
@@ -24,63 +17,68 @@ namespace {
 
 const char* const KQR_NAME = "KqR.edit";
 
+// Events of the temporary directory that mark the steps of one object: the temporary file is
+// created, written and closed (read back by a verification of a large object), renamed over the object.
+const unsigned int STEP_EVENTS = IN_CREATE | IN_CLOSE_WRITE | IN_CLOSE_NOWRITE | IN_MOVED_FROM;
+
 class CrashSafety : public ::testing::Test
 {
 protected:
     void SetUp() override
     {
-        m_source = m_root.file("source");
-        m_work = m_root.file("study");
         StudyBuild build;
-        build.corpusFiles = crashCorpusFiles();
-        ASSERT_TRUE(buildStudy(build, m_source, m_root.file(KQR_NAME), m_study));
+        build.corpusFiles = {"CT_small.dcm",  "MR_small_bigendian.dcm", "JPEG2000.dcm", "MR_small_RLE.dcm",
+                             "image_dfl.dcm", "test-SR.dcm",            "rtstruct.dcm", "SC_rgb_jpeg_dcmtk.dcm"};
+        ASSERT_TRUE(buildStudy(build, m_root.file("source"), m_root.file(KQR_NAME), m_study));
         ASSERT_EQ(40u, m_study.objects().size());
-        m_kqr = fixtures::readFile(m_root.file(KQR_NAME));
+        m_kqr = readFile(m_root.file(KQR_NAME));
     }
 
     // A fresh copy of the study with the KqR file inside it (the walk skips "KqR." names).
     void reset(bool withTemporaryDirectory)
     {
-        ASSERT_TRUE(resetStudyDirectory(m_study, m_work));
-        ASSERT_TRUE(fixtures::writeFile(m_work + "/" + KQR_NAME, m_kqr));
-        if (withTemporaryDirectory)
-        {
-            ASSERT_EQ(0, mkdir((m_work + "/.tmp").c_str(), 0755));
-        }
+        ASSERT_TRUE(m_study.reset(m_work));
+        ASSERT_TRUE(writeFile(m_work + "/" + KQR_NAME, m_kqr));
+        ASSERT_TRUE(!withTemporaryDirectory || mkdir((m_work + "/.tmp").c_str(), 0755) == 0);
     }
 
     std::vector<std::string> argv() const
     {
-        return {applyChangesPath(), "-p", m_work + "/" + KQR_NAME, "-d", m_work};
+        return {program("applyChanges"), "-p", m_work + "/" + KQR_NAME, "-d", m_work};
     }
 
-    // Everything a killed run may leave: objects original or edited, the KqR file untouched, no
-    // new visible file, and in .tmp only temporary files of the killed process.
-    void checkAfterKill(pid_t killed, bool anyRun, const std::string& when, int& edited)
+    // Starts a run, kills it when `wait` returns and checks everything a killed run may leave:
+    // objects original or edited, the KqR file untouched, no new visible file, and in .tmp only
+    // temporary files of the killed run (or, chained, of runs killed before it). True when the
+    // run was killed before it finished.
+    template <class Wait>
+    bool killAndCheck(Wait wait, bool chained, const std::string& when)
     {
         SCOPED_TRACE(when);
-        int original = 0;
-        std::vector<std::string> problems;
-        m_study.checkAll(m_work, original, edited, problems);
-        EXPECT_TRUE(problems.empty()) << ::testing::PrintToString(problems);
-        EXPECT_EQ(m_study.objects().size(), size_t(original + edited));
-        EXPECT_EQ(m_kqr, fixtures::readFile(m_work + "/" + KQR_NAME));
-        for (const std::string& name : fixtures::listDir(m_work))
-            EXPECT_TRUE(name == KQR_NAME || name == ".tmp" || m_study.indexOf(name) < m_study.objects().size())
-                << "unexpected file " << name;
-        // the killed run's own, or (chained runs) those of runs killed before it
+        Launched run;
+        EXPECT_TRUE(run.start(argv()));
+        wait(run);
+        run.kill(SIGKILL);
+        const Outcome outcome = run.wait();
+        const bool killed = outcome.signal == SIGKILL;
+        EXPECT_TRUE(killed || (outcome.exited && outcome.status == 0)) << outcome.describe();
+        const Tally tally = m_study.checkAll(m_work);
+        EXPECT_TRUE(tally.problems.empty()) << ::testing::PrintToString(tally.problems);
+        EXPECT_EQ(m_kqr, readFile(m_work + "/" + KQR_NAME));
+        for (const std::string& name : listDir(m_work))
+            EXPECT_TRUE(name == KQR_NAME || name == ".tmp" || m_study.has(name)) << "unexpected file " << name;
         const std::string prefix = ".applychanges";
-        for (const std::string& name : fixtures::listDir(m_work + "/.tmp"))
+        for (const std::string& name : listDir(m_work + "/.tmp"))
         {
             const size_t dot = name.find('.', prefix.size());
             const std::string pid = dot == std::string::npos ? "" : name.substr(prefix.size(), dot - prefix.size());
-            const bool ours = name.compare(0, prefix.size(), prefix) == 0 && !pid.empty() &&
-                              pid.find_first_not_of("0123456789") == std::string::npos &&
-                              (anyRun || pid == std::to_string(killed)) &&
-                              m_study.indexOf(name.substr(dot + 1)) < m_study.objects().size();
-            EXPECT_TRUE(ours) << "unexpected temporary file " << name;
+            EXPECT_TRUE(name.compare(0, prefix.size(), prefix) == 0 && !pid.empty() &&
+                        pid.find_first_not_of("0123456789") == std::string::npos &&
+                        (chained || pid == std::to_string(run.pid())) && m_study.has(name.substr(dot + 1)))
+                << "unexpected temporary file " << name;
             m_leftovers.insert(name);
         }
+        return killed;
     }
 
     // A run to the end over whatever state the directory is in: every object edited.
@@ -89,161 +87,89 @@ protected:
         SCOPED_TRACE(when);
         const Outcome outcome = runProgram(argv());
         ASSERT_TRUE(outcome.exited && outcome.status == 0) << outcome.describe();
-        int original = 0, edited = 0;
-        std::vector<std::string> problems;
-        m_study.checkAll(m_work, original, edited, problems);
-        EXPECT_TRUE(problems.empty()) << ::testing::PrintToString(problems);
-        EXPECT_EQ(int(m_study.objects().size()), edited);
+        const Tally tally = m_study.checkAll(m_work);
+        EXPECT_TRUE(tally.problems.empty()) << ::testing::PrintToString(tally.problems);
+        EXPECT_EQ(int(m_study.objects().size()), tally.edited);
         ++m_reruns;
     }
 
-    // Starts a run and kills it when `killer` says so; true when it was killed (not finished).
-    template <class Killer>
-    bool killRun(Killer killer, pid_t& pid)
-    {
-        Launched run;
-        if (!run.start(argv()))
-            return false;
-        pid = run.pid();
-        killer(run);
-        run.kill(SIGKILL);
-        const Outcome outcome = run.wait();
-        if (outcome.signal == SIGKILL)
-            return true;
-        EXPECT_TRUE(outcome.exited && outcome.status == 0) << outcome.describe();
-        return false;
-    }
-
-    fixtures::TempDir m_root;
-    std::string m_source;
-    std::string m_work;
+    TempDir m_root;
+    std::string m_work = m_root.file("study");
     std::string m_kqr;
     Study m_study;
     std::set<std::string> m_leftovers;
     int m_reruns = 0;
 };
 
-// Events of the temporary directory that mark the steps of one object: the temporary file is
-// created, written and closed (read back by a verification of a large object), renamed over the object.
-const unsigned int STEP_EVENTS = IN_CREATE | IN_CLOSE_WRITE | IN_CLOSE_NOWRITE | IN_MOVED_FROM;
-
 } // namespace
 
 TEST_F(CrashSafety, KilledAtAnyMomentEveryObjectIsWholeAndARerunFinishes)
 {
-    // Undisturbed runs: the duration of one, and the number of step events.
-    reset(false);
-    const auto started = std::chrono::steady_clock::now();
-    const Outcome timed = runProgram(argv());
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-    ASSERT_TRUE(timed.exited && timed.status == 0) << timed.describe();
+    // An undisturbed run: its duration, and the number of step events.
     reset(true);
     DirectoryWatch watch;
     ASSERT_TRUE(watch.add(m_work + "/.tmp", STEP_EVENTS));
+    const auto started = std::chrono::steady_clock::now();
     Launched full;
     ASSERT_TRUE(full.start(argv()));
     int events = 0;
-    unsigned int mask = 0;
     std::string name;
-    for (;;)
-    {
-        if (watch.next(5, mask, name))
+    for (bool running = true; running;)
+        if (watch.next(5, name))
             ++events;
         else if (!full.running())
-        {
-            while (watch.next(0, mask, name))
+            for (running = false; watch.next(0, name);)
                 ++events;
-            break;
-        }
-    }
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     const Outcome fullOutcome = full.wait();
     ASSERT_TRUE(fullOutcome.exited && fullOutcome.status == 0) << fullOutcome.describe();
-    int original = 0, edited = 0;
-    std::vector<std::string> problems;
-    m_study.checkAll(m_work, original, edited, problems);
-    ASSERT_TRUE(problems.empty()) << ::testing::PrintToString(problems);
-    ASSERT_EQ(40, edited);
+    const Tally tally = m_study.checkAll(m_work);
+    ASSERT_TRUE(tally.problems.empty()) << ::testing::PrintToString(tally.problems);
+    ASSERT_EQ(40, tally.edited);
     ASSERT_GE(events, 3 * 40);
 
+    // Killed right after a temporary file was created, written, read back or renamed, spread
+    // over the whole run; then after delays from the start of the process to the end of the run.
     std::mt19937 random(20240611u);
-    int killsSurvived = 0;
     int byEvent = 0, byDelay = 0, chained = 0;
-
-    // 1. At a step event: the kill lands right after a temporary file was created, written,
-    //    read back or renamed, spread over the whole run.
-    const int eventKills = trials(48);
-    for (int k = 0; k < eventKills; ++k)
+    const int eventKills = trials(48), delayKills = trials(32);
+    for (int k = 0; k < eventKills + delayKills; ++k)
     {
-        const int target = int((long(k) * events) / eventKills) + int(random() % 3);
-        reset(true);
-        DirectoryWatch stepWatch;
-        ASSERT_TRUE(stepWatch.add(m_work + "/.tmp", STEP_EVENTS));
-        pid_t pid = 0;
-        const bool killed = killRun(
+        const bool atEvent = k < eventKills;
+        const int target = atEvent ? int((long(k) * events) / eventKills) + int(random() % 3) : 0;
+        const double delay =
+            atEvent ? 0 : seconds * (k - eventKills + std::uniform_real_distribution<double>(0, 1)(random)) / delayKills;
+        reset(atEvent);
+        DirectoryWatch steps;
+        ASSERT_TRUE(!atEvent || steps.add(m_work + "/.tmp", STEP_EVENTS));
+        const std::string when =
+            atEvent ? "kill at step event " + std::to_string(target) : "kill after " + std::to_string(delay) + " s";
+        const bool killed = killAndCheck(
             [&](Launched& run) {
-                int seen = 0;
-                unsigned int m = 0;
-                std::string n;
-                while (seen <= target)
-                {
-                    if (stepWatch.next(5, m, n))
+                std::this_thread::sleep_for(std::chrono::duration<double>(delay));
+                for (int seen = 0; atEvent && seen <= target;)
+                    if (steps.next(5, name))
                         ++seen;
                     else if (!run.running())
                         break;
-                }
             },
-            pid);
-        int editedNow = 0;
-        checkAfterKill(pid, false, "kill at step event " + std::to_string(target), editedNow);
-        if (killed)
-        {
-            ++killsSurvived;
-            ++byEvent;
-        }
+            false, when);
+        (atEvent ? byEvent : byDelay) += killed;
         if (k % 4 == 3)
-            finishAndCheck("rerun after the kill at step event " + std::to_string(target));
+            finishAndCheck("rerun after the " + when);
     }
 
-    // 2. After a delay: from the start of the process to the end of the run.
-    const int delayKills = trials(32);
-    for (int k = 0; k < delayKills; ++k)
-    {
-        std::uniform_real_distribution<double> jitter(0.0, 1.0);
-        const double delay = seconds * (k + jitter(random)) / delayKills;
-        reset(false);
-        pid_t pid = 0;
-        const bool killed = killRun(
-            [&](Launched&) { std::this_thread::sleep_for(std::chrono::duration<double>(delay)); }, pid);
-        int editedNow = 0;
-        checkAfterKill(pid, false, "kill after " + std::to_string(delay) + " s", editedNow);
-        if (killed)
-        {
-            ++killsSurvived;
-            ++byDelay;
-        }
-        if (k % 4 == 3)
-            finishAndCheck("rerun after the kill after " + std::to_string(delay) + " s");
-    }
-
-    // 3. One study killed again and again, each run starting from what the last one left.
+    // One study killed again and again, each run starting from what the last one left.
     reset(false);
     for (int k = 0; k < trials(12); ++k)
     {
-        std::uniform_real_distribution<double> moment(0.05, 0.6);
-        const double delay = seconds * moment(random);
-        pid_t pid = 0;
-        const bool killed = killRun(
-            [&](Launched&) { std::this_thread::sleep_for(std::chrono::duration<double>(delay)); }, pid);
-        int editedNow = 0;
-        checkAfterKill(pid, true, "chained kill " + std::to_string(k), editedNow);
-        if (killed)
-        {
-            ++killsSurvived;
-            ++chained;
-        }
+        const double delay = seconds * std::uniform_real_distribution<double>(0.05, 0.6)(random);
+        chained += killAndCheck([&](Launched&) { std::this_thread::sleep_for(std::chrono::duration<double>(delay)); },
+                                true, "chained kill " + std::to_string(k));
     }
     finishAndCheck("rerun after the chained kills");
 
+    const int killsSurvived = byEvent + byDelay + chained;
     printf("[ figures  ] kills survived: %d (%d at step events, %d after delays, %d chained); %d reruns finished "
            "the job; %d temporary files left in .tmp by killed runs; undisturbed run %.2f s, %d step events\n",
            killsSurvived, byEvent, byDelay, chained, m_reruns, int(m_leftovers.size()), seconds, events);

@@ -5,16 +5,9 @@
 // before the failure are edited, the others byte-identical, and a new run finishes the study.
 #include "tests/reliability/ReliabilitySupport.h"
 
-#include "tests/fixtures/Fixtures.h"
 #include "dcmutils/KqRWriter.h"
 
-#include "dcmtk/dcmdata/dcdeftag.h"
-
-#include <gtest/gtest.h>
-
-#include <dirent.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 using namespace reliability;
 
@@ -25,7 +18,7 @@ const int BATCH = 64;
 
 struct BatchStudy
 {
-    fixtures::TempDir root;
+    TempDir root;
     std::string dir = root.file("study");
     std::string kqr = root.file("edit.kqr");
     std::vector<std::string> order; // walk order, as the program sees it
@@ -33,43 +26,33 @@ struct BatchStudy
     BatchStudy()
     {
         mkdir(dir.c_str(), 0755);
-        fixtures::ObjectSpec spec;
+        ObjectSpec spec;
         spec.rows = spec.columns = 4;
-        fixtures::writeStudy(dir, 2, OBJECTS / 2, spec);
+        writeStudy(dir, 2, OBJECTS / 2, spec);
         KqRWriter writer;
         writer.setStudyAttribute(DCM_PatientName, "Group^Commit");
         writer.save(kqr.c_str());
-        DIR* d = opendir(dir.c_str());
-        while (struct dirent* e = readdir(d))
-            if (e->d_name[0] != '.')
-                order.push_back(e->d_name);
-        closedir(d);
+        order = listDir(dir, false);
     }
     std::string path(int index) const { return dir + "/" + order[size_t(index)]; }
-    bool edited(int index) const { return fixtures::attribute(path(index), DCM_PatientName) == "Group^Commit"; }
-    // Objects before `at` edited, the others not; their count of mismatches.
+    // Objects before `at` edited, the others not: the count of those that are not.
     int mismatches(int at) const
     {
         int wrong = 0;
         for (int i = 0; i < int(order.size()); ++i)
-            wrong += edited(i) != (i < at);
+            wrong += (attribute(path(i), DCM_PatientName) == "Group^Commit") != (i < at);
         return wrong;
     }
+    // applyChanges -d under strace, with a fault injected at the n-th replacement (renameat2).
+    Outcome runWithInjection(const std::string& fault, int n) const
+    {
+        // LeakSanitizer cannot work under a tracer: a sanitized build runs without it here
+        return runProgram({"/usr/bin/env", "ASAN_OPTIONS=detect_leaks=0:abort_on_error=1", "/usr/bin/strace", "-f",
+                           "-qq", "-o", "/dev/null", "-e", "trace=renameat2", "-e",
+                           "inject=renameat2:" + fault + ":when=" + std::to_string(n), program("applyChanges"), "-p",
+                           kqr, "-d", dir});
+    }
 };
-
-// applyChanges -d under strace, with a fault injected at the n-th replacement (renameat2).
-Outcome runWithInjection(const BatchStudy& s, const std::string& fault, int n)
-{
-    // LeakSanitizer cannot work under a tracer: a sanitized build runs without it here
-    return runProgram({"/usr/bin/env", "ASAN_OPTIONS=detect_leaks=0:abort_on_error=1", "/usr/bin/strace", "-f", "-qq", "-o", "/dev/null", "-e", "trace=renameat2", "-e",
-                       "inject=renameat2:" + fault + ":when=" + std::to_string(n), applyChangesPath(), "-p", s.kqr,
-                       "-d", s.dir});
-}
-
-std::string failedLine(const std::string& path)
-{
-    return "Applying soft edit changes to object failed: " + path + "\n";
-}
 
 bool straceWorks()
 {
@@ -78,7 +61,7 @@ bool straceWorks()
 
 } // namespace
 
-TEST(GroupCommit, KilledBetweenABatchsSyncAndItsReplacements)
+TEST(GroupCommit, KilledBetweenABatchsSyncAndItsReplacementsOrFailingInTheMiddleOfABatch)
 {
     if (!straceWorks())
         GTEST_SKIP() << "strace cannot trace here";
@@ -87,13 +70,23 @@ TEST(GroupCommit, KilledBetweenABatchsSyncAndItsReplacements)
         SCOPED_TRACE(batch);
         BatchStudy s;
         // the first replacement of the batch: every object of the batch is verified and on disk
-        const Outcome killed = runWithInjection(s, "signal=KILL", batch * BATCH + 1);
+        const Outcome killed = s.runWithInjection("signal=KILL", batch * BATCH + 1);
         EXPECT_FALSE(killed.exited && killed.status == 0) << killed.describe();
         EXPECT_EQ(0, s.mismatches(batch * BATCH));
         const Outcome rerun = applyChanges({"-p", s.kqr, "-d", s.dir});
         EXPECT_TRUE(rerun.exited && rerun.status == 0) << rerun.describe();
         EXPECT_EQ(0, s.mismatches(OBJECTS));
     }
+
+    BatchStudy s;
+    const int at = BATCH + BATCH / 2; // the middle of the second batch
+    const Outcome outcome = s.runWithInjection("error=EIO", at + 1);
+    EXPECT_TRUE(outcome.exited && outcome.status == 1) << outcome.describe();
+    EXPECT_EQ("Error moving modified file to it's final place for " + s.path(at) + "\n" + failedLine(s.path(at)),
+              outcome.err);
+    EXPECT_EQ(0, s.mismatches(at));
+    // the later objects of the batch were verified, but their temporary files are gone again
+    EXPECT_TRUE(listDir(s.dir + "/.tmp").empty());
 }
 
 TEST(GroupCommit, AFailureAtEitherEdgeOfABatchKeepsWhatCameBefore)
@@ -104,29 +97,14 @@ TEST(GroupCommit, AFailureAtEitherEdgeOfABatchKeepsWhatCameBefore)
         SCOPED_TRACE(at);
         BatchStudy s;
         const std::string object = s.path(at);
-        ASSERT_TRUE(fixtures::writeFile(object, "not an object"));
+        ASSERT_TRUE(writeFile(object, "not an object"));
         const Outcome outcome = applyChanges({"-p", s.kqr, "-d", s.dir});
         EXPECT_TRUE(outcome.exited && outcome.status == 1) << outcome.describe();
         // the toolkit may warn before the program's own line
         EXPECT_NE(std::string::npos, outcome.err.find("Error loading " + object + " [")) << outcome.err;
         EXPECT_NE(std::string::npos, outcome.err.find("]\n" + failedLine(object))) << outcome.err;
         EXPECT_EQ(0, s.mismatches(at));
-        EXPECT_EQ("not an object", fixtures::readFile(object));
-        EXPECT_TRUE(fixtures::listDir(s.dir + "/.tmp").empty());
+        EXPECT_EQ("not an object", readFile(object));
+        EXPECT_TRUE(listDir(s.dir + "/.tmp").empty());
     }
-}
-
-TEST(GroupCommit, AReplacementThatFailsInTheMiddleOfABatch)
-{
-    if (!straceWorks())
-        GTEST_SKIP() << "strace cannot trace here";
-    BatchStudy s;
-    const int at = BATCH + BATCH / 2; // the middle of the second batch
-    const Outcome outcome = runWithInjection(s, "error=EIO", at + 1);
-    EXPECT_TRUE(outcome.exited && outcome.status == 1) << outcome.describe();
-    EXPECT_EQ("Error moving modified file to it's final place for " + s.path(at) + "\n" + failedLine(s.path(at)),
-              outcome.err);
-    EXPECT_EQ(0, s.mismatches(at));
-    // the later objects of the batch were verified, but their temporary files are gone again
-    EXPECT_TRUE(fixtures::listDir(s.dir + "/.tmp").empty());
 }

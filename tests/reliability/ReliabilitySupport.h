@@ -1,13 +1,12 @@
-// Support of the reliability tests: starting applyChanges under controlled conditions (file size
-// limit, unprivileged user, kill at a chosen moment), watching its temporary directory, and a
-// study whose every object can be classified as untouched, completely edited or damaged.
+// Support of the reliability tests: applyChanges under controlled conditions, inotify watches on
+// its directories, and studies whose every object can be classified as untouched, completely
+// edited or damaged.
 #ifndef RELIABILITYSUPPORT_H
 #define RELIABILITYSUPPORT_H
 
-#include "tests/fixtures/ProcessRunner.h"
+#include "tests/fixtures/Fixtures.h"
 
-#include "dcmtk/config/osconfig.h"
-#include "dcmtk/dcmdata/dcfilefo.h"
+#include "dcmtk/dcmdata/dcdeftag.h"
 
 #include <map>
 #include <string>
@@ -15,65 +14,47 @@
 
 namespace reliability {
 
-// Repetitions of a randomised trial: the full count in the optimised build, half of it under
-// the sanitizers, whose run is there for memory errors and is several times slower.
+using namespace fixtures;
+
+// Repetitions of a randomised trial: half of them under the sanitizers, whose run is there for
+// memory errors and is several times slower.
 inline int trials(int count)
 {
 #if defined(__SANITIZE_ADDRESS__)
     return count / 2;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-    return count / 2;
-#else
-    return count;
-#endif
 #else
     return count;
 #endif
 }
 
-// The program runner is shared with the other tests.
-using fixtures::LaunchOptions;
-using fixtures::Launched;
-using fixtures::Outcome;
-using fixtures::UNPRIVILEGED_ID;
-using fixtures::runProgram;
+inline Outcome applyChanges(const std::vector<std::string>& args, const LaunchOptions& options = LaunchOptions())
+{
+    return runBuilt("applyChanges", args, options);
+}
 
-// Path of applyChanges and a run of it with the given arguments.
-std::string applyChangesPath();
-Outcome applyChanges(const std::vector<std::string>& args, const LaunchOptions& options = LaunchOptions());
+inline std::string failedLine(const std::string& path)
+{
+    return "Applying soft edit changes to object failed: " + path + "\n";
+}
 
-// Empty when a program can be run as UNPRIVILEGED_ID here (or the tests already run without
-// privileges); otherwise why not.
-std::string unprivilegedUnavailable();
-
-// inotify over directories; events are counted by kind.
+// inotify over directories.
 class DirectoryWatch
 {
 public:
     DirectoryWatch();
     ~DirectoryWatch();
+    DirectoryWatch(const DirectoryWatch&) = delete;
+    DirectoryWatch& operator=(const DirectoryWatch&) = delete;
     bool add(const std::string& directory, unsigned int mask);
-    // Next event within timeoutMs: its mask and name; false on time-out.
-    bool next(int timeoutMs, unsigned int& mask, std::string& name);
+    // Next event within timeoutMs: its name; false on time-out.
+    bool next(int timeoutMs, std::string& name);
 
 private:
-    DirectoryWatch(const DirectoryWatch&);
-    DirectoryWatch& operator=(const DirectoryWatch&);
-
     int m_fd;
     std::vector<char> m_buffer;
-    size_t m_used;
-    size_t m_offset;
+    size_t m_used = 0;
+    size_t m_offset = 0;
 };
-
-// Names of a directory's entries in readdir order, without "." and "..".
-std::vector<std::string> readdirOrder(const std::string& directory);
-// Copies a file; false on any failure.
-bool copyFile(const std::string& from, const std::string& to);
-long fileSize(const std::string& path);
-// Removes a directory tree; works for trees deeper than PATH_MAX.
-void removeTree(const std::string& path);
 
 // What an object on disk is compared with its original and the edit the KqR file describes.
 enum ObjectState
@@ -94,35 +75,48 @@ struct StudyObject
     std::string canonical;
 };
 
+// The states of all objects of a study directory; every damaged object is in problems.
+struct Tally { int original = 0; int edited = 0; std::vector<std::string> problems; };
+
 // Objects of a study directory and the soft edit that applyChanges is to make of them.
 class Study
 {
 public:
     // Adds an object file; edits are computed by setKqR.
     bool add(const std::string& name, const std::string& bytes);
-    // Computes every object's expected edit from the change item of the KqR file.
+    // Computes every object's expected edit from the change item of the KqR file (an independent
+    // reading of the study, series and instance items).
     bool setKqR(const std::string& kqrPath);
-    // Writes every object into directory (which must exist), replacing what is there.
-    bool writeTo(const std::string& directory) const;
+    // Makes directory afresh (removing what was there) holding the original objects.
+    bool reset(const std::string& directory) const;
 
     ObjectState check(const std::string& directory, size_t index, std::string& why) const;
-    // Checks all objects; counts the states and lists every damaged object in problems.
-    void checkAll(const std::string& directory, int& original, int& edited, std::vector<std::string>& problems) const;
+    Tally checkAll(const std::string& directory) const;
 
     const std::vector<StudyObject>& objects() const { return m_objects; }
+    // Index of the object of that name, objects().size() when there is none.
     size_t indexOf(const std::string& name) const;
+    bool has(const std::string& name) const { return indexOf(name) < m_objects.size(); }
+    // The object names of a directory in walk (readdir) order.
+    std::vector<std::string> walkOrder(const std::string& directory) const;
 
 private:
     std::vector<StudyObject> m_objects;
-    std::string m_scratch;
 };
 
-// The dataset written without the given attributes and without group lengths, in the transfer
-// syntax it was read in: equal texts mean equal content.
-std::string canonicalDataset(DcmDataset& dataset, const std::map<DcmTagKey, std::string>& without);
+struct StudyBuild
+{
+    int series = 4;              // generated series, one transfer syntax each
+    int instancesPerSeries = 8;  // generated objects per series
+    unsigned short rows = 128;   // of the generated images (16 bits, one sample)
+    bool varyRows = false;       // rows grow by 8 with every object: objects of many sizes
+    std::vector<std::string> corpusFiles; // real objects added as they are
+    size_t commentLength = 0;    // > 0: a study-level Image Comments of that length (objects grow)
+};
 
-// Standard error with the toolkit's own log lines ("W: ", "E: " ...) removed.
-std::string withoutToolkitLog(const std::string& err);
+// Writes generated objects (of four transfer syntaxes) and corpus objects into directory and a
+// KqR file editing them at all three levels to kqrPath, and fills study with both.
+bool buildStudy(const StudyBuild& build, const std::string& directory, const std::string& kqrPath, Study& study);
 
 } // namespace reliability
 

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -51,13 +52,7 @@ void putString(DcmItem& item, Uint16 group, Uint16 element, const char* value, D
     item.putAndInsertString(DcmTag(group, element, vr), value);
 }
 
-struct WalkCase
-{
-    const char* name;
-    void (*registerTags)(SDicomTagGroupList&);
-    void (*fill)(DcmItem&);
-    Log expected;
-};
+struct WalkCase { const char* name; void (*registerTags)(SDicomTagGroupList&); void (*fill)(DcmItem&); Log expected; };
 
 } // namespace
 
@@ -138,32 +133,22 @@ TEST(DicomParser, DispatchesByRegistrationOrderGroupRangeAndPrivateBlock)
         SCOPED_TRACE(c.name);
         SDicomTagGroupList registry;
         c.registerTags(registry);
-        DcmItem item;
-        c.fill(item);
-        Walker walker;
-        Log log;
-        walker.parseTags(&item, &log, &registry);
-        EXPECT_EQ(log, c.expected);
-        EXPECT_EQ(walker.getCurrentObject(), nullptr);
-        EXPECT_EQ(walker.m_walks, 1);
-    }
-}
-
-TEST(DicomParser, RemovedElementIsGoneAndRegistryServesManyWalks)
-{
-    SDicomTagGroupList registry;
-    registry.addTag(DCM_Rows, handlerRemove, nullptr, 0x10001);
-    for (int walk = 0; walk < 2; ++walk)
-    {
-        DcmItem item;
-        item.putAndInsertUint16(DCM_Rows, 2);
-        item.putAndInsertUint16(DCM_Columns, 3);
-        Walker walker;
-        Log log;
-        walker.parseTags(&item, &log, &registry);
-        EXPECT_EQ(log, Log{"R(0028,0010)@0"});
-        EXPECT_FALSE(item.tagExists(DCM_Rows));
-        EXPECT_TRUE(item.tagExists(DCM_Columns));
+        for (int walk = 0; walk < 2; ++walk) // a registry serves many walks
+        {
+            DcmItem item;
+            c.fill(item);
+            const unsigned long before = item.card();
+            Walker walker;
+            Log log;
+            walker.parseTags(&item, &log, &registry);
+            EXPECT_EQ(log, c.expected);
+            EXPECT_EQ(walker.getCurrentObject(), nullptr);
+            EXPECT_EQ(walker.m_walks, 1);
+            // a removed element is gone
+            EXPECT_EQ(before - item.card(), size_t(std::count_if(log.begin(), log.end(), [](const std::string& l) {
+                          return l[0] == 'R';
+                      })));
+        }
     }
 }
 

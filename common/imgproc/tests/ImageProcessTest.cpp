@@ -5,14 +5,13 @@
 
 #include "privatetags/KQItem.h"
 
-#include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dctk.h"
 #include "dcmtk/oflog/oflog.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <memory>
+#include <sstream>
 
 using namespace imgproctest;
 
@@ -80,17 +79,12 @@ TEST(ImageProcess, HandlersCollectTheImageDescription)
              ds.putAndInsertString(DCM_Modality, "CT");
          },
          [](const TestProcess& p) {
-             EXPECT_EQ(p.getRows(), 7);
-             EXPECT_EQ(p.getColumns(), 9);
-             EXPECT_EQ(p.getBitsStored(), 12);
-             EXPECT_EQ(p.getHighBit(), 11);
-             EXPECT_EQ(p.getPixelRepresentation(), 1);
-             EXPECT_DOUBLE_EQ(p.getWindowCenter(), 40.0);
-             EXPECT_DOUBLE_EQ(p.getWindowWidth(), 350.0);
-             EXPECT_DOUBLE_EQ(p.getRescaleIntercept(), -1024.0);
-             EXPECT_DOUBLE_EQ(p.getRescaleSlope(), 2.5);
-             EXPECT_DOUBLE_EQ(p.getPixelSpacing()[1], 0.25);
-             EXPECT_EQ(p.getModality(), "CT");
+             std::ostringstream got;
+             got << p.getRows() << " " << p.getColumns() << " " << p.getBitsStored() << " " << p.getHighBit() << " "
+                 << p.getPixelRepresentation() << " " << p.getWindowCenter() << " " << p.getWindowWidth() << " "
+                 << p.getRescaleIntercept() << " " << p.getRescaleSlope() << " " << p.getPixelSpacing()[1] << " "
+                 << p.getModality();
+             EXPECT_EQ("7 9 12 11 1 40 350 -1024 2.5 0.25 CT", got.str());
          }},
         {"palette descriptors: US unsigned, SS signed first mapped value",
          [](DcmDataset& ds) {
@@ -139,14 +133,15 @@ TEST(ImageProcess, WalkRemovesConsumedElementsAndRefusedPrivateOnes)
     for (const bool noHandlers : {false, true})
     {
         SCOPED_TRACE(noHandlers ? "no tag handlers" : "tag handlers");
-        std::unique_ptr<DcmDataset> ds(monochromeDataset(4, 4, 1));
+        auto file = image(4, 4, 1);
+        DcmDataset* ds = file->getDataset();
         ds->insertSequenceItem(DCM_IconImageSequence, new DcmItem());
         ds->putAndInsertString(DcmTag(0x0029, 0x0010, EVR_LO), "Vendor");
         ds->putAndInsertString(DcmTag(0x0029, 0x1010, EVR_LO), "vendor data");
         ds->putAndInsertString(DcmTag(0xF215, 0x0010, EVR_LO), "KQ group A");
         ds->putAndInsertString(DcmTag(0xF215, 0x1015, EVR_DA), "20200101");
         ds->putAndInsertUint8Array(DCM_EncapsulatedDocument, reinterpret_cast<const Uint8*>("%PDF"), 4);
-        TestProcess p(ds.get(), noHandlers);
+        TestProcess p(ds, noHandlers);
         p.m_refusedGroup = 0x0029;
         EXPECT_EQ(p.process(), 0);
         EXPECT_EQ(ds->tagExists(DCM_PixelData), noHandlers);
@@ -165,12 +160,11 @@ TEST(ImageProcess, FramesGoToTheMemoryByFrameNumber)
     for (const int specific : {0, 2})
     {
         SCOPED_TRACE(specific);
-        std::unique_ptr<DcmDataset> ds(monochromeDataset(rows, columns, 3));
-        std::string all;
+        auto file = image(rows, columns, 3);
         const Uint16* samples = nullptr;
-        ds->findAndGetUint16Array(DCM_PixelData, samples);
-        all.assign(reinterpret_cast<const char*>(samples), 3 * frameBytes);
-        TestProcess p(ds.get(), false, specific);
+        file->getDataset()->findAndGetUint16Array(DCM_PixelData, samples);
+        const std::string all(reinterpret_cast<const char*>(samples), 3 * frameBytes);
+        TestProcess p(file->getDataset(), false, specific);
         EXPECT_EQ(p.process(), 0);
         if (specific == 0)
         {
@@ -192,14 +186,7 @@ TEST(ImageProcess, FramesGoToTheMemoryByFrameNumber)
 TEST(ImageProcess, PixelPathMessages)
 {
     OFLog::configure(OFLogger::WARN_LOG_LEVEL);
-    struct Case
-    {
-        const char* name;
-        std::function<void(DcmDataset&)> change;
-        int specific;
-        int status;
-        const char* message;
-    };
+    struct Case { const char* name; std::function<void(DcmDataset&)> change; int specific, status; const char* message; };
     const Case cases[] = {
         {"frame beyond the object", [](DcmDataset&) {}, 5, 0,
          "Invalid specific frame number 5. There are only 3 frames in the object"},
@@ -219,24 +206,20 @@ TEST(ImageProcess, PixelPathMessages)
     for (const Case& c : cases)
     {
         SCOPED_TRACE(c.name);
-        std::unique_ptr<DcmDataset> ds(monochromeDataset(4, 4, 3));
-        c.change(*ds);
-        TestProcess p(ds.get(), false, c.specific);
-        StderrCapture log;
-        EXPECT_EQ(p.process(), c.status);
-        EXPECT_NE(log.text().find(c.message), std::string::npos) << log.text();
+        auto file = image(4, 4, 3);
+        c.change(*file->getDataset());
+        TestProcess p(file->getDataset(), false, c.specific);
+        int status = -1;
+        const std::string log = fixtures::capture([&] { status = p.process(); }).err;
+        EXPECT_EQ(status, c.status);
+        EXPECT_NE(log.find(c.message), std::string::npos) << log;
         EXPECT_TRUE(p.getPixelDataSeen());
     }
 }
 
 TEST(ImageProcess, KqRContentScopes)
 {
-    struct Case
-    {
-        const char* scope;
-        int status;
-        int recorded;
-    };
+    struct Case { const char* scope; int status, recorded; };
     const Case cases[] = {{nullptr, 0, CKqRContent::SCOPE_NONE},
                           {"STUDY", 0, CKqRContent::SCOPE_STUDY},
                           {"PARTIAL", 0, CKqRContent::SCOPE_PARTIAL},

@@ -1,5 +1,5 @@
 // Shared by the image pipeline's tests: a memory that keeps every frame, a process that keeps
-// the decoded samples and the extracted documents, and capture of the toolkit's log.
+// the decoded samples and the extracted documents, and a generated image.
 #ifndef IMGPROCTESTSUPPORT_H
 #define IMGPROCTESTSUPPORT_H
 
@@ -7,8 +7,10 @@
 #include "common/imgproc/src/imageprocess.h"
 #include "common/imgproc/src/imageprocessprogress.h"
 #include "common/imgproc/src/rawimage.h"
+#include "tests/fixtures/Fixtures.h"
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -61,13 +63,7 @@ public:
     bool m_optimize;
 };
 
-struct ImageRecord
-{
-    int frame;
-    unsigned int bytesPerPixel;
-    unsigned char parameter;
-    unsigned int photometric;
-};
+struct ImageRecord { int frame; unsigned int bytesPerPixel; unsigned char parameter; unsigned int photometric; };
 
 // A process over a dataset that keeps frames (memory index = frame number) and documents.
 class TestProcess : public CImageProcess, public IImageProcessProgress
@@ -119,24 +115,15 @@ public:
     std::vector<std::pair<unsigned int, unsigned int>> m_progress;
 };
 
-// Captures what is written on standard error (the toolkit's log) while it lives.
-class StderrCapture
+// A 16-bit monochrome image of rows x columns x frames (12 bits stored, a ramp of samples).
+inline std::unique_ptr<DcmFileFormat> image(unsigned short rows, unsigned short columns, unsigned int frames)
 {
-public:
-    StderrCapture();
-    ~StderrCapture();
-    // Everything written so far.
-    std::string text();
-
-private:
-    int m_saved;
-    std::string m_path;
-};
-
-// A dataset with a 16-bit monochrome image of rows x columns x frames, samples from ramp().
-DcmDataset* monochromeDataset(unsigned short rows, unsigned short columns, unsigned int frames,
-                              unsigned short bitsStored = 16, bool isSigned = false);
-Uint16 ramp(unsigned long i);
+    fixtures::ObjectSpec spec;
+    spec.rows = rows;
+    spec.columns = columns;
+    spec.frames = frames;
+    return std::unique_ptr<DcmFileFormat>(fixtures::makeObject(spec));
+}
 
 } // namespace imgproctest
 

@@ -5,28 +5,19 @@
 #include "common/imgproc/tests/ImgprocTestSupport.h"
 
 #include "privatetags/KQItem.h"
-#include "tests/fixtures/Fixtures.h"
 
-#include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dctk.h"
 
 #include <gtest/gtest.h>
-
-#include <memory>
 
 using namespace imgproctest;
 
 TEST(Overlay, StatusCodes)
 {
     const unsigned char bytes[8] = {1, 2, 3, 4, 5, 6, 7, 8};
-    struct Case
-    {
-        const char* name;
-        unsigned short bitsAllocated, bitPosition, rows, columns;
-        unsigned int size;
-        unsigned int putBytes; // 0: no putData
-        unsigned int init, put, finalized;
-    };
+    // putBytes 0: no putData
+    struct Case { const char* name; unsigned short bitsAllocated, bitPosition, rows, columns;
+                  unsigned int size, putBytes, init, put, finalized; };
     const Case cases[] = {
         {"separate data, complete", 1, 0, 4, 4, 2, 2, 0, 0, 7},
         {"separate data, short: not an error", 1, 0, 4, 4, 4, 2, 0, 0, 7},
@@ -85,12 +76,14 @@ TEST(Overlay, SeparateAndEmbeddedOverlaysEndInTheKQBlock)
 {
     // a signed 12-bit image in 16-bit words, overlay bits in bit 12 (group 6002) and a separate
     // overlay in group 6000
-    std::unique_ptr<DcmDataset> ds(monochromeDataset(2, 4, 1, 12, true));
+    auto file = image(2, 4, 1);
+    DcmDataset* ds = file->getDataset();
+    ds->putAndInsertUint16(DCM_PixelRepresentation, 1);
     const Uint16 samples[8] = {0x1FFF, 0x07FF, 0x1001, 0x0800, 0xE000, 0x0FFF, 0x1000, 0x0001};
     ds->putAndInsertUint16Array(DCM_PixelData, samples, 8);
     addOverlayGroup(*ds, 0x6000, 2, 4, 1, 0, std::string("\xA5\x00", 2));
     addOverlayGroup(*ds, 0x6002, 2, 4, 16, 12, "");
-    TestProcess p(ds.get());
+    TestProcess p(ds);
     EXPECT_EQ(p.process(), 0);
 
     ASSERT_NE(p.getOverlays().get(0), nullptr);
