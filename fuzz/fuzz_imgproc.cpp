@@ -9,6 +9,7 @@
 #include "common/imgproc/src/imageprocess.h"
 #include "common/imgproc/src/rawimage.h"
 #include "dcmutils/codec/CodecRegistry.h"
+#include "objdiff/RemoteObjDiffMemory.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dctk.h"
@@ -21,38 +22,6 @@ const double MAX_DECODED_BYTES = 16.0 * 1024 * 1024;
 
 CodecRegistry* registry = nullptr;
 
-// One buffer, reused for every frame; a second request while it is in use gets a fresh one.
-class ReusingMemory : public CImageMemory
-{
-public:
-    ~ReusingMemory() override { delete[] m_buffer; }
-    char* allocate(unsigned int size, int) override
-    {
-        if (m_inUse)
-            return new char[size];
-        if (m_capacity < size)
-        {
-            delete[] m_buffer;
-            m_buffer = new char[size];
-            m_capacity = size;
-        }
-        m_inUse = true;
-        return m_buffer;
-    }
-    void release(char* data, unsigned int, int) override
-    {
-        if (data == m_buffer)
-            m_inUse = false;
-        else
-            delete[] data;
-    }
-    char* chunk(char* data, unsigned int, unsigned int, int) override { return data; }
-
-private:
-    char* m_buffer = nullptr;
-    unsigned int m_capacity = 0;
-    bool m_inUse = false;
-};
 
 class FuzzProcess : public CImageProcess
 {
@@ -70,7 +39,7 @@ public:
     }
     bool isIncluded(const DcmTag& tag) override { return tag.getGroup() != 0x0029; }
 
-    ReusingMemory m_memory;
+    RemoteObjDiffMemory m_memory;
     std::ostringstream m_out;
 };
 

@@ -10,6 +10,7 @@
 #include "common/imgproc/src/imageprocess.h"
 #include "common/imgproc/src/rawimage.h"
 #include "dcmutils/codec/CodecRegistry.h"
+#include "objdiff/RemoteObjDiffMemory.h"
 #include "privatetags/KQDictionary.h"
 
 #include "dcmtk/config/osconfig.h"
@@ -27,38 +28,6 @@
 
 namespace {
 
-// One frame buffer for the whole object.
-class ReusingMemory : public CImageMemory
-{
-public:
-    ~ReusingMemory() override { delete[] m_buffer; }
-    char* allocate(unsigned int size, int) override
-    {
-        if (m_inUse)
-            return new char[size];
-        if (m_capacity < size)
-        {
-            delete[] m_buffer;
-            m_buffer = new char[size];
-            m_capacity = size;
-        }
-        m_inUse = true;
-        return m_buffer;
-    }
-    void release(char* data, unsigned int, int) override
-    {
-        if (data == m_buffer)
-            m_inUse = false;
-        else
-            delete[] data;
-    }
-    char* chunk(char* data, unsigned int, unsigned int, int) override { return data; }
-
-private:
-    char* m_buffer = nullptr;
-    unsigned int m_capacity = 0;
-    bool m_inUse = false;
-};
 
 // Frames stay as decoded (as the comparison keeps them).
 class DecodedRawImage : public CRawImage
@@ -82,7 +51,7 @@ public:
     CRawImage* createRawImage() override { return new DecodedRawImage(this, getCurrentFrame()); }
     CEncapsulatedDocument* createEncapsulatedDocument(DOCUMENT_TYPE, unsigned int) override { return nullptr; }
 
-    ReusingMemory m_memory;
+    RemoteObjDiffMemory m_memory;
 };
 
 int decode(const char* path, int runs)
