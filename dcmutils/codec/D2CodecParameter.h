@@ -78,7 +78,8 @@ public:
     J2K_PlanarConfiguration m_planarConfiguration;
     // Quality layers to decode, 0: all.
     unsigned int m_qualityLayers;
-    // OpenJPEG worker threads; 0: one per core the process may use (none on one core).
+    // OpenJPEG worker threads; 0: one per core the process may use (none on one core), for
+    // codestreams of 32 KiB and more and images of 65,536 samples and more.
     unsigned int m_threads;
     // Truncated or damaged codestreams fail instead of giving a partial image.
     bool m_strictDecoding;

@@ -105,7 +105,8 @@ OFCondition D2CodestreamDecoder::decode(const Uint8* data, size_t length, const 
     if (!opj_setup_decoder(run.codec, &parameters) ||
         !opj_decoder_set_strict_mode(run.codec, m_cp.m_strictDecoding ? OPJ_TRUE : OPJ_FALSE))
         return messages.condition(EC_CODE_J2KDecodingFailed, "JPEG 2000 decoding failed", "cannot set up decoder");
-    run.setThreads(m_cp.m_threads);
+    // worker threads only pay for starting when there is much to decode
+    run.setThreads(length >= 32768 ? m_cp.m_threads : 1);
 
     if (!opj_read_header(input.stream(), run.codec, &run.image) || run.image == NULL)
         return messages.condition(EC_CODE_J2KDecodingFailed, "JPEG 2000 decoding failed", "cannot read codestream header");

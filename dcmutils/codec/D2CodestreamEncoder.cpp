@@ -208,7 +208,9 @@ OFCondition runEncoder(const D2CodecParameter& cp, D2OpenJPEGRun& run, opj_cpara
     const char* options[3] = {guardBits, cp.m_tlmMarkers ? "TLM=YES" : NULL, NULL};
     if (!opj_encoder_set_extra_options(run.codec, options))
         return messages.condition(EC_CODE_J2KEncodingFailed, "JPEG 2000 encoding failed", "invalid encoder options");
-    run.setThreads(cp.m_threads);
+    // worker threads only pay for starting when there is much to encode
+    const size_t samples = size_t(run.image->x1 - run.image->x0) * (run.image->y1 - run.image->y0) * run.image->numcomps;
+    run.setThreads(samples >= 256 * 256 ? cp.m_threads : 1);
 
     D2MemoryStream output;
     if (output.stream() == NULL)

@@ -21,7 +21,7 @@ public:
     }
 
     /** Gives the codec worker threads: the number asked for, or with 0 as many as the process may
-     *  use cores (on one core none, and the calling thread does all the work). */
+     *  use cores (on one core none, and the calling thread does all the work); 1 asks for none. */
     void setThreads(unsigned int threads);
 
     opj_codec_t* codec;
