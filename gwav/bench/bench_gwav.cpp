@@ -362,5 +362,5 @@ int main(int argc, char* argv[])
             break;
         }
     }
-    return failures == 0 ? 0 : 2;
+    return failures == 0 ? 0 : 1; // 1: a target missed, as every bench part reports it
 }
