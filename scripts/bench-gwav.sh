@@ -7,7 +7,7 @@
 # Release) against its targets and the 2048 x 2048 transform against the plain loop.
 #
 # Usage: scripts/bench-gwav.sh      Environment: BUILD_DIR (default build-bench).
-# Exit status 0 when every target is met, 2 when one is missed, 1 on failure.
+# Exit status 0 when every target is met, 1 when one is missed, 2 on a failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/setup.sh

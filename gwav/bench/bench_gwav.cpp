@@ -251,7 +251,7 @@ int main(int argc, char* argv[])
     if (argc < 3)
     {
         fprintf(stderr, "usage: bench_gwav <work dir> <DICOM file | phantom2048>...\n");
-        return 1;
+        return 2;
     }
     const std::string work = argv[1];
     std::vector<Image> images;
@@ -261,7 +261,7 @@ int main(int argc, char* argv[])
         if (std::string(argv[i]) == "phantom2048")
             image = phantom(2048);
         else if (!loadDicom(argv[i], image))
-            return 1;
+            return 2;
         images.push_back(image);
     }
 
