@@ -49,7 +49,7 @@ std::string ObjectTarget::refusal(const struct stat& kqr) const
 {
     if (!m_statOK)
         return std::string(); // loading reports a missing or unreadable file
-    if (m_stat.st_dev == kqr.st_dev && m_stat.st_ino == kqr.st_ino)
+    if (isSameFileAs(kqr))
         return "it is the KqR file of this run";
     if (S_ISREG(m_stat.st_mode) && m_stat.st_nlink > 1)
         return "it has " + std::to_string(m_stat.st_nlink) +

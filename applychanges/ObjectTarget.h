@@ -30,6 +30,12 @@ public:
     /** The file's status when it could be read when resolving, else null. */
     const struct stat* status() const { return m_statOK ? &m_stat : nullptr; }
 
+    /** True when the file behind the path is the file with this status (another name of it). */
+    bool isSameFileAs(const struct stat& other) const
+    {
+        return m_statOK && m_stat.st_dev == other.st_dev && m_stat.st_ino == other.st_ino;
+    }
+
     /** Why this object may not be edited, or empty when it may: a file with more than one hard
      *  link (replacing it would split it from its other names), a file without write permission
      *  (it is not replaced behind its owner's back), or the run's own KqR file.

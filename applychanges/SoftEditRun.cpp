@@ -69,7 +69,7 @@ bool usesMoreThanOneCore()
 OFCondition finishTemporaryFile(int fd)
 {
     if (ftruncate(fd, lseek(fd, 0, SEEK_CUR)) != 0)
-        return makeOFCondition(OFM_dcmdata, 19, OF_error, strerror(errno));
+        return systemError(errno);
     sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
     return EC_Normal;
 }
@@ -441,16 +441,10 @@ bool SoftEditRun::submit(std::unique_ptr<EditedObject> object)
 
 bool SoftEditRun::isPending(const ObjectTarget& target) const
 {
-    const struct stat* st = target.status();
-    if (!st)
-        return false;
     for (const auto& entry : m_queue)
-    {
-        const struct stat* other = entry->m_target.status();
-        if (other && other->st_dev == st->st_dev && other->st_ino == st->st_ino &&
+        if (entry->m_target.status() && target.isSameFileAs(*entry->m_target.status()) &&
             (entry->m_state == EditedObject::EO_WRITTEN || entry->m_state == EditedObject::EO_VERIFIED))
             return true;
-    }
     return false;
 }
 
@@ -517,8 +511,7 @@ int SoftEditRun::applyToStudyDirectory(const char* studyDir)
                 object->m_out << "Skipping directory " << name << std::endl;
             object->m_state = EditedObject::EO_SKIPPED;
         }
-        else if (object->m_target.status() && object->m_target.status()->st_dev == m_kqrStat.st_dev &&
-                 object->m_target.status()->st_ino == m_kqrStat.st_ino)
+        else if (object->m_target.isSameFileAs(m_kqrStat))
         {
             // the run's own KqR file, under another name
             if (verbose)

@@ -140,9 +140,8 @@ bool TemporaryDirectory::syncFileSystem()
 
 bool TemporaryDirectory::syncDirectory()
 {
-    if (fsync(m_directoryFd) != 0 && errno != EINVAL && errno != EROFS)
+    if (!syncDirectoryDescriptor(m_directoryFd))
         return false; // the originals stay as they are: an exchange may not be on disk
-    // Some file systems cannot sync directories; nothing more can be done there.
     spareTheExchanged();
     return true;
 }

@@ -1,5 +1,7 @@
 #include "dcmutils/DescriptorOutputStream.h"
 
+#include "dcmutils/fileio.h"
+
 #include "dcmtk/dcmdata/dcerror.h"
 
 #include <unistd.h>
@@ -51,7 +53,7 @@ offile_off_t DescriptorConsumer::write(const void* buf, offile_off_t buflen)
             if (n < 0 && errno == EINTR)
                 continue;
             if (n <= 0)
-                m_status = makeOFCondition(OFM_dcmdata, 19, OF_error, strerror(n < 0 ? errno : ENOSPC));
+                m_status = systemError(n < 0 ? errno : ENOSPC);
             else
                 done += n;
         }
@@ -84,7 +86,7 @@ void DescriptorConsumer::flush()
         if (n <= 0)
         {
             const int error = n < 0 ? errno : ENOSPC;
-            m_status = makeOFCondition(OFM_dcmdata, 19, OF_error, strerror(error));
+            m_status = systemError(error);
             break;
         }
         written += n;

@@ -13,12 +13,20 @@
 #include <cerrno>
 #include <cstring>
 
-namespace {
-
 OFCondition systemError(int error)
 {
     return makeOFCondition(OFM_dcmdata, 19, OF_error, strerror(error != 0 ? error : EIO));
 }
+
+bool syncDirectoryDescriptor(int fd)
+{
+    if (fsync(fd) == 0)
+        return true;
+    // Some file systems cannot sync directories; nothing more can be done there.
+    return errno == EINVAL || errno == EROFS;
+}
+
+namespace {
 
 // Writes the object into the stream and flushes it; the consumer may still hold the last bytes.
 OFCondition encode(DcmFileFormat& file, DcmOutputStream& stream, E_TransferSyntax xfer, E_EncodingType encoding,

@@ -11,6 +11,14 @@
 
 #include <string>
 
+/** A condition carrying the system's text for an errno value (EIO for 0). */
+OFCondition systemError(int error);
+
+/** Flushes an open directory to stable storage, so that renames in it survive a power loss.
+ *  @return true on success and where the file system cannot sync directories; false with
+ *    errno set otherwise */
+bool syncDirectoryDescriptor(int fd);
+
 /** Creates path as a new file for writing. A stale entry of that name (a file left by a killed
  *  process, or a link planted there) is removed first, and the file is opened with O_CREAT,
  *  O_EXCL and O_NOFOLLOW, so that nothing is ever written through a link into another file.

@@ -3,7 +3,6 @@
 #include "dcmutils/dcmcounter.h"
 #include "dcmutils/fileio.h"
 
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -13,31 +12,18 @@
 #include <unistd.h>
 #include <vector>
 
-namespace {
-
-// Flushes a file's content to stable storage; false with errno set on failure.
-bool syncPath(const char* path, int flags)
-{
-    int fd = open(path, flags);
-    if (fd < 0)
-        return false;
-    int rc = fsync(fd);
-    int saved = errno;
-    close(fd);
-    errno = saved;
-    return rc == 0;
-}
-
-} // namespace
-
 bool syncDirectory(const char* path)
 {
     if (path == NULL)
         return false;
-    if (syncPath(path, O_RDONLY | O_DIRECTORY))
-        return true;
-    // Some file systems cannot sync directories; nothing more can be done there.
-    return errno == EINVAL || errno == EROFS;
+    const int fd = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    const bool synced = syncDirectoryDescriptor(fd);
+    const int saved = errno;
+    close(fd);
+    errno = saved;
+    return synced;
 }
 
 DcmFileFormat* readExistingDicomFile(const char* path)
@@ -118,7 +104,7 @@ OFCondition saveFileSynced(DcmFileFormat& file, const char* path, E_TransferSynt
     if (status.good())
         status = writeFileFormat(file, fd, xfer, encoding, groupLength, padding, padLength, subPadLength, writeMode);
     if (status.good() && fsync(fd) != 0)
-        status = makeOFCondition(OFM_dcmdata, 19, OF_error, strerror(errno));
+        status = systemError(errno);
     if (fd >= 0)
         close(fd);
     return status;
