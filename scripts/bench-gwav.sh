@@ -16,8 +16,7 @@ kq_install_packages
 build=${BUILD_DIR:-build-bench}
 corpus=/usr/lib/python3/dist-packages/pydicom/data/test_files
 
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$build" --target bench_gwav >/dev/null
+kq_build_release_targets "$build" bench_gwav
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

@@ -31,8 +31,7 @@ fail() {
 }
 
 echo "== build ($build, Release)"
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$build" -j"$(nproc)" --target bench_imgproc makeBenchData transcode >/dev/null
+kq_build_release_targets "$build" bench_imgproc makeBenchData transcode
 bin=$PWD/$build/bin
 
 mkdir -p "$cache"

@@ -19,8 +19,7 @@ seconds=${1:-2}
 build=${BUILD_DIR:-build-bench}
 corpus=/usr/lib/python3/dist-packages/pydicom/data/test_files
 
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$build" --target bench_jpeg2000 >/dev/null
+kq_build_release_targets "$build" bench_jpeg2000
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

@@ -35,8 +35,7 @@ fail() {
 }
 
 echo "== build ($build, Release)"
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$build" -j"$(nproc)" --target objdiff_tool bench_objdiff_frames makeBenchData transcode >/dev/null
+kq_build_release_targets "$build" objdiff_tool bench_objdiff_frames makeBenchData transcode
 bin=$PWD/$build/bin
 
 mkdir -p "$cache"

@@ -33,3 +33,12 @@ kq_build() {
   cmake -S . -B "$dir" -G Ninja "$@" >/dev/null
   cmake --build "$dir" -j"$(nproc)"
 }
+
+# Configures the Release tree of the benchmarks in the given directory and builds the targets
+# named after it.
+kq_build_release_targets() {
+  local dir=$1
+  shift
+  cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+  cmake --build "$dir" -j"$(nproc)" --target "$@" >/dev/null
+}
