@@ -1,29 +1,42 @@
 #include "applychanges/EditedObject.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
-EditedObject::EditedObject(const std::string& path, const std::string& entryName)
-    : m_target(path), m_entryName(entryName), m_state(EO_FAILED), m_temporaryDirectory(nullptr), m_fd(-1), m_keepTemporaryFile(false), m_size(0), m_inMemory(false)
+EditedObject::EditedObject(const std::string& path, const std::string& entryName, unsigned char entryType)
+    : m_path(path)
+    , m_entryName(entryName)
+    , m_entryType(entryType)
+    , m_state(EO_FAILED)
+    , m_directory(nullptr)
+    , m_temporaryDirectory(nullptr)
+    , m_inMemory(false)
+    , m_tempFd(-1)
+    , m_writtenSize(0)
+    , m_keepTemporaryFile(false)
 {
 }
 
 EditedObject::~EditedObject()
 {
-    if (m_fd >= 0)
-        close(m_fd);
+    closeTemporaryFile();
 }
 
 void EditedObject::closeTemporaryFile()
 {
-    if (m_fd >= 0)
-        close(m_fd);
-    m_fd = -1;
+    if (m_tempFd >= 0)
+        close(m_tempFd);
+    m_tempFd = -1;
 }
 
 void EditedObject::discardTemporaryFile()
 {
     closeTemporaryFile();
     if (m_temporaryDirectory && !m_tempName.empty())
-        unlinkat(m_temporaryDirectory->fd(), m_tempName.c_str(), 0);
+        m_temporaryDirectory->removeFile(m_tempName);
+}
+
+void EditedObject::refuse(const std::string& reason)
+{
+    m_report.err() << "Refusing to edit " << m_path << ": " << reason << std::endl;
+    m_state = EO_FAILED;
 }

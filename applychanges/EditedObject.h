@@ -1,23 +1,26 @@
-// One entry of a run on its way from the directory walk to its report: the object, its
-// temporary file, what the edit changed, and the lines it has to print.
+// One entry of a run on its way from the directory walk to its report: the object, the file it
+// was read from, its temporary file, what the edit changed, and the lines it has to print.
 #ifndef APPLYCHANGES_EDITEDOBJECT_H
 #define APPLYCHANGES_EDITEDOBJECT_H
 
-#include "applychanges/ObjectTarget.h"
+#include "applychanges/FileIdentity.h"
+#include "applychanges/ObjectReport.h"
 #include "applychanges/TemporaryDirectory.h"
 #include "dcmutils/ByteBuffer.h"
+#include "dcmutils/InputFile.h"
 #include "objdiff/IgnoreTags.h"
 
 #include "dcmtk/config/osconfig.h"
+#include "dcmtk/dcmdata/dcfilefo.h"
 #include "dcmtk/dcmdata/dctagkey.h"
 
 #include <list>
-#include <sstream>
+#include <memory>
 #include <string>
 
-/** A plain record owned by the run. Its report (standard output and standard error lines) is
- *  written only when the entry is settled, in walk order, so that the output reads exactly as if
- *  the objects had been done one after the other.
+/** A plain record owned by the run, passed from step to step. Its report is written only when
+ *  the entry is settled, in walk order, so that the output reads exactly as if the objects had
+ *  been done one after the other.
  */
 struct EditedObject
 {
@@ -26,55 +29,71 @@ struct EditedObject
     {
         /// skipped by the walk (a verbose "Skipping" line at most)
         EO_SKIPPED,
-        /// failed; its report says why
+        /// failed or refused; its report says why
         EO_FAILED,
+        /// loaded: its file, identity and temporary directory are set
+        EO_LOADED,
+        /// edited in memory; encoded, to be written to its temporary file
+        EO_EDITED,
         /// written to its temporary file, to be verified
         EO_WRITTEN,
-        /// verified, waiting to be made durable and renamed
+        /// verified, waiting to be made durable and put in place
         EO_VERIFIED,
-        /// renamed over the original
+        /// put in place of the original
         EO_COMMITTED
     };
 
-    /** An entry for the object at path (entryName: its name in the walked directory). */
-    EditedObject(const std::string& path, const std::string& entryName);
+    /** An entry for the object named path; entryName: its name in the walked directory (the
+     *  base name for an object named alone); entryType: its d_type (DT_UNKNOWN when named). */
+    EditedObject(const std::string& path, const std::string& entryName, unsigned char entryType);
     /** Closes the temporary file if it is still open. */
     ~EditedObject();
 
-    /** Removes the temporary file of an entry that will not be committed. */
+    /** Removes the temporary file of an entry that will not be put in place. */
     void discardTemporaryFile();
-    /** Closes the temporary file, which stays (a failed save's partial file, for inspection). */
+    /** Closes the temporary file, which stays. */
     void closeTemporaryFile();
+    /** Ends the entry as failed, after "Refusing to edit <path>: reason" on its report. */
+    void refuse(const std::string& reason);
 
-    ObjectTarget m_target;
+    /// the object as named (every message uses it), its entry, and where it stands
+    std::string m_path;
     std::string m_entryName;
+    unsigned char m_entryType;
     STATE m_state;
-    /// the object's file as it is read: through the directory opened at the start
-    std::string m_filePath;
-    /// the temporary file: its directory (borrowed from the run), name, path for messages, and
-    /// descriptor while open (-1 otherwise)
+
+    /// the file read: its directory and name there (a link's target), its bytes through the
+    /// descriptor it was opened with, and its status then; the ".tmp" beside it (borrowed)
+    ObjectDirectory* m_directory;
+    std::string m_baseName;
+    std::shared_ptr<InputFile> m_original;
+    FileIdentity m_identity;
     TemporaryDirectory* m_temporaryDirectory;
-    std::string m_tempName;
-    std::string m_tempPath;
-    int m_fd;
-    /// true when the temporary file stays although the object failed (a save that failed)
-    bool m_keepTemporaryFile;
-    /// bytes of the original file
-    unsigned long long m_size;
-    /// the keys the edit set, and the comparison's ignore rules made from them
+    /// true when the object is read whole and encoded in memory (not too large)
+    bool m_inMemory;
+
+    /// the object as edited (until it is written), the keys the edit set, and the comparison's
+    /// ignore rules made from them
+    std::unique_ptr<DcmFileFormat> m_file;
     std::list<DcmTagKey> m_modified;
     IgnoreTags m_ignore;
-    /// for objects handled in memory: the original's and the written file's bytes
-    bool m_inMemory;
-    ByteBuffer m_original;
-    ByteBuffer m_written;
-    /// the entry's lines for standard output and standard error
-    std::ostringstream m_out;
-    std::ostringstream m_err;
+
+    /// the temporary file: name, path for messages, descriptor while open (-1 otherwise), the
+    /// encoded bytes of an object handled in memory, and the bytes written
+    std::string m_tempName;
+    std::string m_tempPath;
+    int m_tempFd;
+    ByteBuffer m_encoded;
+    unsigned long long m_writtenSize;
+    /// true when the temporary file stays although the entry failed (a save that failed)
+    bool m_keepTemporaryFile;
+
+    /// the entry's lines
+    ObjectReport m_report;
 
 private:
-    EditedObject(const EditedObject&);
-    EditedObject& operator=(const EditedObject&);
+    EditedObject(const EditedObject&) = delete;
+    EditedObject& operator=(const EditedObject&) = delete;
 };
 
 #endif

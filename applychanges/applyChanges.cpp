@@ -1,8 +1,13 @@
 // applyChanges: applies the soft edit changes of a KqR file to one DICOM object or to every
 // object of a study directory. Each object is changed in memory, written to a temporary file,
-// verified attribute by attribute against the original and only then renamed into place.
+// verified attribute by attribute against the original and only then put in its place.
 
+#include "applychanges/ObjectReport.h"
+#include "applychanges/ObjectRules.h"
+#include "applychanges/RunSignals.h"
 #include "applychanges/SoftEditRun.h"
+#include "applychanges/TemporaryDirectory.h"
+#include "dcmutils/DescriptorInputStream.h"
 #include "dcmutils/softedit.h"
 #include "privatetags/KQDictionary.h"
 #include "privatetags/KQItem.h"
@@ -10,7 +15,9 @@
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcfilefo.h"
 
+#include <fcntl.h>
 #include <malloc.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <iostream>
@@ -31,6 +38,49 @@ int printUsage(int status)
               << std::endl;
     return status;
 }
+
+namespace {
+
+// Loads the KqR file whole through one descriptor; a FIFO or device is refused unopened (opening
+// or reading it could block or never end). The status is that of the file read.
+bool loadKqR(const char* path, DcmFileFormat& kqr, struct stat& status)
+{
+    if (stat(path, &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))
+    {
+        std::cerr << "Refusing to read KqR file " << path << ": it is not a regular file (" << fileKind(status)
+                  << ")" << std::endl;
+        return false;
+    }
+    const int fd = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0 || fstat(fd, &status) != 0)
+    {
+        if (fd >= 0)
+            close(fd);
+        std::cerr << "Error loading KqR file " << path << std::endl;
+        return false;
+    }
+    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))
+    {
+        close(fd);
+        std::cerr << "Refusing to read KqR file " << path << ": it is not a regular file (" << fileKind(status)
+                  << ")" << std::endl;
+        return false;
+    }
+    std::shared_ptr<InputFile> input(new InputFile(fd, S_ISREG(status.st_mode) ? status.st_size : 0));
+    if (input->readWhole().bad() || loadFileFormat(kqr, input).bad())
+    {
+        std::cerr << "Error loading KqR file " << path << std::endl;
+        return false;
+    }
+    if (kqr.loadAllDataIntoMemory().bad())
+    {
+        std::cerr << "Error reading KqR file " << path << std::endl;
+        return false;
+    }
+    return true;
+}
+
+} // namespace
 
 int main(int argc, char** argv)
 {
@@ -83,18 +133,13 @@ int main(int argc, char** argv)
         std::cerr << "Neither -o nor -d options were specified" << std::endl << std::endl;
         return printUsage(1);
     }
+    RunSignals::install();
+    ReportLog::install();
 
     DcmFileFormat kqr;
-    if (kqr.loadFile(kqrFile, EXS_Unknown, EGL_noChange, DCM_MaxReadLength, ERM_autoDetect).bad())
-    {
-        std::cerr << "Error loading KqR file " << kqrFile << std::endl;
+    struct stat kqrStatus;
+    if (!loadKqR(kqrFile, kqr, kqrStatus))
         return 1;
-    }
-    if (kqr.loadAllDataIntoMemory().bad())
-    {
-        std::cerr << "Error reading KqR file " << kqrFile << std::endl;
-        return 1;
-    }
     DcmDataset& changes = *kqr.getDataset();
     DcmItem* changeItem = nullptr;
     KQItem kq(changes);
@@ -107,7 +152,7 @@ int main(int argc, char** argv)
     if (!changeItem || changeItem->card() == 0)
         return 0;
 
-    SoftEditRun run(changes, kqrFile);
+    SoftEditRun run(changes, kqrFile, kqrStatus);
     if (!run.checkChanges())
         return 1;
     if (objectName)

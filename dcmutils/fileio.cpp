@@ -3,7 +3,6 @@
 #include "dcmutils/DescriptorOutputStream.h"
 #include "dcmutils/BufferOutputStream.h"
 
-#include "dcmtk/dcmdata/dcistrmb.h"
 #include "dcmtk/dcmdata/dcwcache.h"
 
 #include <fcntl.h>
@@ -99,49 +98,4 @@ OFCondition writeAll(int fd, const char* data, size_t size)
         written += n;
     }
     return EC_Normal;
-}
-
-OFCondition readWholeFile(const char* path, ByteBuffer& bytes)
-{
-    bytes.resize(0);
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return systemError(errno);
-    struct stat st;
-    // one byte more than the file's size: the read that meets its end needs room
-    bytes.reserve(fstat(fd, &st) == 0 && st.st_size > 0 ? size_t(st.st_size) + 1 : 65536);
-    OFCondition status = EC_Normal;
-    for (;;)
-    {
-        if (bytes.size() == bytes.capacity())
-            bytes.reserve(2 * bytes.capacity()); // the file grew meanwhile
-        const ssize_t n = read(fd, bytes.data() + bytes.size(), bytes.capacity() - bytes.size());
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
-        {
-            status = systemError(errno);
-            break;
-        }
-        if (n == 0)
-            break;
-        bytes.resize(bytes.size() + size_t(n));
-    }
-    close(fd);
-    return status;
-}
-
-OFCondition loadFileFormat(DcmFileFormat& file, const char* data, size_t size)
-{
-    DcmInputBufferStream stream;
-    stream.setBuffer(data, OFstatic_cast(offile_off_t, size));
-    stream.setEos();
-    OFCondition status = file.clear();
-    if (status.bad())
-        return status;
-    file.transferInit();
-    // a new DcmFileFormat reads in the auto-detecting mode that loadFile uses by default
-    status = file.read(stream, EXS_Unknown, EGL_noChange, DCM_MaxReadLength);
-    file.transferEnd();
-    return status;
 }

@@ -50,15 +50,4 @@ OFCondition encodeFileFormat(DcmFileFormat& file, ByteBuffer& bytes, E_TransferS
  *  @return EC_Normal, or a condition with the system's error text */
 OFCondition writeAll(int fd, const char* data, size_t size);
 
-/** Reads the whole file at path into bytes (replacing their content).
- *  @return EC_Normal, or a condition with the system's error text */
-OFCondition readWholeFile(const char* path, ByteBuffer& bytes);
-
-/** Parses a DICOM file held in memory as DcmFileFormat::loadFile would parse the file (unknown
- *  transfer syntax, group lengths unchanged, meta header detected); every value is loaded.
- *  @param file cleared and filled
- *  @param data the file's content (size bytes); it may be released once the call returns
- */
-OFCondition loadFileFormat(DcmFileFormat& file, const char* data, size_t size);
-
 #endif

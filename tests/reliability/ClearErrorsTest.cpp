@@ -124,19 +124,17 @@ TEST(ClearErrors, NamesLongerThanTheSystemAllows)
     EXPECT_TRUE(outcome.exited && outcome.status == 1) << outcome.describe();
     EXPECT_EQ("Error loading " + tooLong + " [File name too long]\n" + failedLine(tooLong), outcome.err);
 
-    // an object whose name fits, but not with the temporary file's prefix and process id
-    const std::string longName = dir + "/" + std::string(NAME_MAX - 10, 'o');
-    ASSERT_TRUE(writeFile(longName, object));
-    Launched run;
-    ASSERT_TRUE(run.start({program("applyChanges"), "-p", s.kqr, "-o", longName}));
-    outcome = run.wait();
-    EXPECT_TRUE(outcome.exited && outcome.status == 1) << outcome.describe();
-    EXPECT_EQ("Error saving to temp file " + dir + "/.tmp/.applychanges" + std::to_string(run.pid()) + "." +
-                  longName.substr(dir.size() + 1) + " [File name too long]\n" + failedLine(longName),
-              outcome.err);
-    EXPECT_EQ(object, readFile(longName));
-    EXPECT_TRUE(listDir(dir + "/.tmp").empty());
-    EXPECT_TRUE(s.allOriginal());
+    // objects whose names fit, but not with the temporary file's prefix and process id: shortened
+    // temporary names, unique although the names differ only at their end; every object edited
+    const std::string longDir = root.file("long");
+    ASSERT_EQ(0, mkdir(longDir.c_str(), 0755));
+    for (char last : {'1', '2'})
+        ASSERT_TRUE(writeFile(longDir + "/" + std::string(NAME_MAX - 10, 'o') + last, object));
+    outcome = applyChanges({"-p", s.kqr, "-d", longDir});
+    EXPECT_TRUE(outcome.exited && outcome.status == 0) << outcome.describe();
+    for (char last : {'1', '2'})
+        EXPECT_NE(std::string::npos, readFile(longDir + "/" + std::string(NAME_MAX - 10, 'o') + last).find("Edited^Patient"));
+    EXPECT_TRUE(listDir(longDir + "/.tmp").empty());
 
     // a study directory deeper than PATH_MAX, made and read through relative paths
     const std::string component(200, 'd');
@@ -264,8 +262,12 @@ TEST(ClearErrors, StudyDirectoryVanishingDuringTheWalk)
             }
             else
             {
-                EXPECT_EQ("Error moving modified file to it's final place for " + firstPath + "\n" +
-                              failedLine(firstPath),
+                // with the whole directory gone, the objects went too: a deleted object is never
+                // brought back
+                EXPECT_EQ((variant == 1 ? "Error moving modified file to it's final place for " + firstPath
+                                        : "Refusing to edit " + firstPath +
+                                              ": it changed during the edit (another process deleted it)") +
+                              "\n" + failedLine(firstPath),
                           outcome.err);
                 EXPECT_TRUE(variant == 2 || s.allOriginal());
             }

@@ -1,0 +1,37 @@
+#include "applychanges/ObjectVerifier.h"
+
+#include "applychanges/SoftEditRun.h"
+#include "applychanges/WrittenObjectCheck.h"
+#include "dcmutils/DescriptorInputStream.h"
+#include "objdiff/ObjDiff.h"
+
+#include <unistd.h>
+
+bool ObjectVerifier::verify(EditedObject& object)
+{
+    std::ostream& err = object.m_report.err();
+    std::shared_ptr<InputFile> written;
+    if (object.m_inMemory)
+        written.reset(new InputFile(std::move(object.m_encoded)));
+    else
+        written.reset(new InputFile(dup(object.m_tempFd), object.m_writtenSize));
+    object.closeTemporaryFile();
+
+    ObjectComparator comparator(object.m_ignore);
+    comparator.verbose = verbose;
+    comparator.setOutput(object.m_report.out(), err);
+    DcmFileFormat original;
+    DcmFileFormat edited;
+    OFCondition cond = loadFileFormat(original, object.m_original);
+    if (cond.bad())
+        err << "Error loading " << object.m_path << "(" << cond.text() << ")" << std::endl;
+    else if ((cond = loadFileFormat(edited, written)).bad())
+        err << "Error loading " << object.m_tempPath << "(" << cond.text() << ")" << std::endl;
+    const bool equal = cond.good() &&
+                       comparator.compareObjects(original.getDataset(), edited.getDataset(), OC_MODE_BINARY) &&
+                       checkWrittenObject(original, edited, object.m_modified, err);
+    if (!equal)
+        err << "Objects differ after applying soft edit changes for " << object.m_path << "[" << object.m_tempPath
+            << "]" << std::endl;
+    return equal;
+}
