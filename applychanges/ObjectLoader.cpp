@@ -112,8 +112,14 @@ void ObjectLoader::load(EditedObject& object, ObjectDirectory& directory, bool i
 
     OFCondition cond = object.m_inMemory ? input->readWhole() : EC_Normal;
     std::unique_ptr<DcmFileFormat> file(new DcmFileFormat);
+    // the toolkit's lines about the parse follow the "Apply ..." line, which waits for the
+    // DICOMDIR rule
+    ObjectReport parseLog;
     if (cond.good())
+    {
+        ReportLog::Scope scope(parseLog);
         cond = loadFileFormat(*file, input);
+    }
     if (cond.good())
     {
         const ObjectDecision decision = m_rules.byContent(name, *file, inDirectory);
@@ -128,11 +134,13 @@ void ObjectLoader::load(EditedObject& object, ObjectDirectory& directory, bool i
         {
             if (verbose)
                 out << "Apply soft edit changes to " << object.m_path << std::endl;
+            object.m_report.append(parseLog);
             return object.refuse(decision.line);
         }
     }
     if (verbose)
         out << "Apply soft edit changes to " << object.m_path << std::endl;
+    object.m_report.append(parseLog);
     if (cond.bad())
     {
         err << "Error loading " << object.m_path << " [" << cond.text() << "]" << std::endl;

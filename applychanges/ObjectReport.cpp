@@ -71,6 +71,13 @@ std::streamsize ObjectReport::Piecewise::xsputn(const char* s, std::streamsize n
     return n;
 }
 
+void ObjectReport::append(ObjectReport& other)
+{
+    for (const auto& piece : other.m_pieces)
+        append(piece.first, piece.second.data(), piece.second.size());
+    other.m_pieces.clear();
+}
+
 bool ObjectReport::write()
 {
     bool ok = true;

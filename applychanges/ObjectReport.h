@@ -27,6 +27,8 @@ public:
      *  each change of stream, and forgets it.
      *  @return false when standard output or standard error could not be written (errno set) */
     bool write();
+    /** Moves the text held by other to the end of this report. */
+    void append(ObjectReport& other);
     /** Forgets the held text (an object the run never reached). */
     void discard() { m_pieces.clear(); }
     /** True when nothing is held. */

@@ -170,8 +170,7 @@ bool SoftEditRun::failAt(EditedObject* failed)
             entry->discardTemporaryFile();
             continue;
         }
-        if (!m_outputError && !entry->m_report.write())
-            m_outputError = errno ? errno : EIO;
+        writeNow(entry->m_report);
         after = entry.get() == failed;
     }
     return false;
@@ -182,10 +181,17 @@ void SoftEditRun::writeReports()
     while (!m_queue.empty() && (m_queue.front()->m_state == EditedObject::EO_SKIPPED ||
                                 m_queue.front()->m_state == EditedObject::EO_COMMITTED))
     {
-        if (!m_outputError && !m_queue.front()->m_report.write())
-            m_outputError = errno ? errno : EIO;
+        writeNow(m_queue.front()->m_report);
         m_queue.pop_front();
     }
+}
+
+void SoftEditRun::writeNow(ObjectReport& report)
+{
+    if (m_outputError)
+        report.discard(); // nothing more is written once the output failed
+    else if (!report.write())
+        m_outputError = errno ? errno : EIO;
 }
 
 bool SoftEditRun::finish()
@@ -240,8 +246,14 @@ int SoftEditRun::applyToSingleObject(const char* objectName)
     // and nothing is made for a FIFO or device, which is refused.
     struct stat status;
     const bool plain = lstat(objectName, &status) != 0 || S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
-    if (plain && !m_directories.temporaryDirectory(*directory, std::cout, std::cerr))
-        return 1;
+    if (plain)
+    {
+        ObjectReport opening;
+        const bool opened = m_directories.temporaryDirectory(*directory, opening.out(), opening.err()) != nullptr;
+        writeNow(opening);
+        if (!opened)
+            return 1;
+    }
     prepare(*object, *directory, false);
     const bool ok = submit(std::move(object)) && finish();
     return conclude(ok, "Applying soft edit changes to object failed: " + std::string(objectName));
@@ -259,13 +271,16 @@ int SoftEditRun::applyToStudyDirectory(const char* studyDir)
         std::cerr << "Study directory could not be opened: " << studyDir << std::endl;
         return 1;
     }
-    if (!m_directories.temporaryDirectory(*directory, std::cout, std::cerr))
+    ObjectReport opening;
+    const bool opened = m_directories.temporaryDirectory(*directory, opening.out(), opening.err()) != nullptr;
+    if (opened && verbose)
+        opening.out() << "Iterating through files in " << studyDir << std::endl;
+    writeNow(opening);
+    if (!opened)
     {
         closedir(dir);
         return 1;
     }
-    if (verbose)
-        std::cout << "Iterating through files in " << studyDir << std::endl;
 
     bool ok = true;
     errno = 0;

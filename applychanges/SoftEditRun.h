@@ -83,6 +83,9 @@ private:
     /** Writes the reports of the settled entries at the front of the queue, in walk order. */
     void writeReports();
 
+    /** Writes a report at once, noting a failed output (which ends the run). */
+    void writeNow(ObjectReport& report);
+
     /** Waits for the pipeline to empty and commits the rest; false when something failed. */
     bool finish();
 

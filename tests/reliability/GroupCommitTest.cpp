@@ -54,11 +54,6 @@ struct BatchStudy
     }
 };
 
-bool straceWorks()
-{
-    return runProgram({"/usr/bin/strace", "-qq", "-o", "/dev/null", "/bin/true"}).status == 0;
-}
-
 } // namespace
 
 TEST(GroupCommit, KilledBetweenABatchsSyncAndItsReplacementsOrFailingInTheMiddleOfABatch)

@@ -14,6 +14,10 @@
 
 #include <sstream>
 
+#include <dirent.h>
+#include <cstdio>
+#include <cstdlib>
+
 namespace reliability {
 
 namespace {
@@ -81,6 +85,53 @@ std::string canonicalDataset(DcmDataset& dataset, const std::map<DcmTagKey, std:
 }
 
 } // namespace
+
+bool straceWorks()
+{
+    static const bool works = runProgram({"/usr/bin/strace", "-qq", "-o", "/dev/null", "/bin/true"}).status == 0;
+    return works;
+}
+
+bool startHeld(Launched& run, const std::string& syscall, int n, int delayMs, const std::vector<std::string>& args,
+               const LaunchOptions& options)
+{
+    std::vector<std::string> argv{"/usr/bin/env", "ASAN_OPTIONS=detect_leaks=0:abort_on_error=1", "/usr/bin/strace",
+                                  "-f", "-qq", "-o", "/dev/null", "-e", "trace=" + syscall, "-e",
+                                  "inject=" + syscall + ":delay_enter=" + std::to_string(delayMs * 1000) +
+                                      ":when=" + std::to_string(n),
+                                  program("applyChanges")};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return run.start(argv, options);
+}
+
+pid_t heldProgram(const Launched& run)
+{
+    // strace's child: the process whose parent it is
+    DIR* proc = opendir("/proc");
+    pid_t found = 0;
+    while (struct dirent* entry = proc ? readdir(proc) : nullptr)
+    {
+        const std::string stat = readFile(std::string("/proc/") + entry->d_name + "/stat");
+        const size_t close = stat.rfind(')');
+        int parent = 0;
+        if (close != std::string::npos && sscanf(stat.c_str() + close + 1, " %*c %d", &parent) == 1 &&
+            parent == run.pid())
+            found = pid_t(atoi(entry->d_name));
+    }
+    if (proc)
+        closedir(proc);
+    return found;
+}
+
+bool waitForName(DirectoryWatch& watch, const std::string& suffix, int timeoutMs)
+{
+    std::string name;
+    for (int waited = 0; waited < timeoutMs; waited += 10)
+        while (watch.next(10, name))
+            if (name.size() >= suffix.size() && name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0)
+                return true;
+    return false;
+}
 
 DirectoryWatch::DirectoryWatch() : m_fd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)), m_buffer(64 * 1024)
 {

@@ -56,6 +56,21 @@ private:
     size_t m_offset = 0;
 };
 
+// True when strace can trace a program here.
+bool straceWorks();
+
+// Starts applyChanges under strace, the entry of the n-th call of syscall (by any thread) delayed
+// by delayMs: the run is held at a known point while the test acts (LeakSanitizer cannot work
+// under a tracer and is off there).
+bool startHeld(Launched& run, const std::string& syscall, int n, int delayMs, const std::vector<std::string>& args,
+               const LaunchOptions& options = LaunchOptions());
+
+// The process of applyChanges in a run started by startHeld (strace's child), 0 when not found.
+pid_t heldProgram(const Launched& run);
+
+// Waits (up to timeoutMs) for an event of the watch on a name ending in suffix.
+bool waitForName(DirectoryWatch& watch, const std::string& suffix, int timeoutMs = 20000);
+
 // What an object on disk is compared with its original and the edit the KqR file describes.
 enum ObjectState
 {
