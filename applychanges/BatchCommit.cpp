@@ -4,7 +4,7 @@
 #include <cstring>
 #include <set>
 
-EditedObject* BatchCommit::commit(const std::vector<EditedObject*>& batch)
+size_t BatchCommit::commit(const std::vector<EditedObject*>& batch)
 {
     std::set<TemporaryDirectory*> directories;
     for (EditedObject* object : batch)
@@ -17,39 +17,36 @@ EditedObject* BatchCommit::commit(const std::vector<EditedObject*>& batch)
             failed->m_report.err() << "Error saving to temp file " << failed->m_tempPath << " [" << strerror(errno)
                                    << "]" << std::endl;
             failed->discardTemporaryFile();
-            failed->m_state = EditedObject::EO_FAILED;
-            return failed;
+            return 0;
         }
 
-    EditedObject* failed = nullptr;
-    for (EditedObject* object : batch)
+    size_t done = 0;
+    for (; done < batch.size(); ++done)
     {
+        EditedObject* object = batch[done];
         std::string why;
         const TemporaryDirectory::REPLACEMENT result =
             object->m_temporaryDirectory->replace(object->m_tempName, object->m_baseName, object->m_identity, why);
         if (result == TemporaryDirectory::RP_DONE)
-        {
-            object->m_state = EditedObject::EO_COMMITTED;
             continue;
-        }
         if (result == TemporaryDirectory::RP_FAILED && why.empty())
         {
             object->m_report.err() << "Error moving modified file to it's final place for " << object->m_path
                                    << std::endl;
             object->discardTemporaryFile();
-            object->m_state = EditedObject::EO_FAILED;
         }
         else
         {
             // nothing another process did is undone: its file stays where it put it
             if (result == TemporaryDirectory::RP_CHANGED)
                 object->discardTemporaryFile();
-            object->refuse("it changed during the edit (" + why + ")");
+            object->m_report.err() << "Refusing to edit " << object->m_path << ": it changed during the edit ("
+                                   << why << ")" << std::endl;
         }
-        failed = object;
         break;
     }
+    // the replacements on disk, then their originals removed
     for (TemporaryDirectory* directory : directories)
         directory->syncObjectDirectory();
-    return failed;
+    return done;
 }

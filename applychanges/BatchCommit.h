@@ -16,9 +16,11 @@
 class BatchCommit
 {
 public:
-    /** Commits the batch (EO_VERIFIED objects in walk order), setting each to EO_COMMITTED.
-     *  @return the object that failed (EO_FAILED, with its lines), or null when all were committed */
-    static EditedObject* commit(const std::vector<EditedObject*>& batch);
+    /** Commits the batch (EO_VERIFIED objects in walk order). Runs on either thread: it writes
+     *  only the failing object's report and touches no entry's state, which the caller sets.
+     *  @return the number of objects put in place: all of them, or those before the one that
+     *    failed (with its lines) */
+    static size_t commit(const std::vector<EditedObject*>& batch);
 };
 
 #endif

@@ -13,6 +13,10 @@ EditedObject::EditedObject(const std::string& path, const std::string& entryName
     , m_tempFd(-1)
     , m_writtenSize(0)
     , m_keepTemporaryFile(false)
+    , m_writeTicket(0)
+    , m_verifyTicket(0)
+    , m_writeResult(EC_Normal)
+    , m_equal(false)
 {
 }
 

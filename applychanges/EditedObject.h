@@ -6,7 +6,6 @@
 #include "applychanges/FileIdentity.h"
 #include "applychanges/ObjectReport.h"
 #include "applychanges/TemporaryDirectory.h"
-#include "dcmutils/ByteBuffer.h"
 #include "dcmutils/InputFile.h"
 #include "objdiff/IgnoreTags.h"
 
@@ -39,6 +38,8 @@ struct EditedObject
         EO_WRITTEN,
         /// verified, waiting to be made durable and put in place
         EO_VERIFIED,
+        /// handed to the commit thread with its batch
+        EO_COMMITTING,
         /// put in place of the original
         EO_COMMITTED
     };
@@ -79,14 +80,24 @@ struct EditedObject
     IgnoreTags m_ignore;
 
     /// the temporary file: name, path for messages, descriptor while open (-1 otherwise), the
-    /// encoded bytes of an object handled in memory, and the bytes written
+    /// encoded bytes of an object handled in memory (read by the writer and the verifier at
+    /// once), and the bytes written
     std::string m_tempName;
     std::string m_tempPath;
     int m_tempFd;
-    ByteBuffer m_encoded;
+    std::shared_ptr<InputFile> m_encoded;
     unsigned long long m_writtenSize;
     /// true when the temporary file stays although the entry failed (a save that failed)
     bool m_keepTemporaryFile;
+
+    /// the tasks of the helper threads: their tickets (0: none) and what they found, which the
+    /// main thread reads once it has waited for them; the verification's lines wait apart, since
+    /// a failed write comes before them and makes them void
+    unsigned long m_writeTicket;
+    unsigned long m_verifyTicket;
+    OFCondition m_writeResult;
+    bool m_equal;
+    ObjectReport m_verification;
 
     /// the entry's lines
     ObjectReport m_report;

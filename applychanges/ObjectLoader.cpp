@@ -149,16 +149,14 @@ void ObjectLoader::load(EditedObject& object, ObjectDirectory& directory, bool i
     const std::string refusal = m_rules.refusal(fd, opened);
     if (!refusal.empty())
         return object.refuse(refusal);
-    // Every value must be readable before the original is replaced. A small object has them all
-    // in memory now. A large one keeps them in its file and reads them while it is written and
-    // verified, through the descriptor opened here: that reaches the very file that was checked,
-    // even after its name is replaced, and the check at the replacement proves that nobody wrote
-    // to it meanwhile, so its values are those of this read.
-    if (object.m_inMemory && (cond = file->loadAllDataIntoMemory()).bad())
-    {
-        err << "Error reading " << object.m_path << " [" << cond.text() << "]" << std::endl;
-        return;
-    }
+    // Every value must be readable before the original is replaced. A small object's file is in
+    // memory whole (the values the parse left for later are copied from there when it is written,
+    // and reading them cannot fail: the parse has found them all within the bytes). A large one
+    // keeps its values in its file and reads them while it is written and verified, through the
+    // descriptor opened here: that reaches the very file that was checked, even after its name is
+    // replaced, and the check at the replacement proves that nobody wrote to it meanwhile, so its
+    // values are those of this read. Only a read error of the disk can fail there, and is reported
+    // as the failed save it causes.
     object.m_directory = home;
     object.m_baseName = baseName;
     object.m_original = input;

@@ -7,19 +7,19 @@
 
 #include <unistd.h>
 
-bool ObjectVerifier::verify(EditedObject& object)
+bool ObjectVerifier::verify(EditedObject& object, ObjectReport& lines)
 {
-    std::ostream& err = object.m_report.err();
-    std::shared_ptr<InputFile> written;
-    if (object.m_inMemory)
-        written.reset(new InputFile(std::move(object.m_encoded)));
-    else
+    std::ostream& err = lines.err();
+    std::shared_ptr<const InputFile> written = object.m_encoded;
+    if (!written)
+    {
         written.reset(new InputFile(dup(object.m_tempFd), object.m_writtenSize));
-    object.closeTemporaryFile();
+        object.closeTemporaryFile();
+    }
 
     ObjectComparator comparator(object.m_ignore);
     comparator.verbose = verbose;
-    comparator.setOutput(object.m_report.out(), err);
+    comparator.setOutput(lines.out(), err);
     DcmFileFormat original;
     DcmFileFormat edited;
     OFCondition cond = loadFileFormat(original, object.m_original);

@@ -14,9 +14,11 @@
 class ObjectVerifier
 {
 public:
-    /** Verifies an EO_WRITTEN object; runs on either thread.
+    /** Verifies a written object; runs on the verifier thread and touches nothing of the object
+     *  but its temporary file's descriptor when the object was written as it was read.
+     *  @param lines where the comparison's lines go
      *  @return true when equal apart from the edit */
-    static bool verify(EditedObject& object);
+    static bool verify(EditedObject& object, ObjectReport& lines);
 };
 
 #endif

@@ -1,26 +1,13 @@
 #include "applychanges/ObjectWriter.h"
 
 #include "applychanges/AccessRules.h"
+#include "dcmutils/ByteBuffer.h"
 #include "dcmutils/fileio.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
 namespace {
-
-// A save that failed keeps its partly written file. The entry's state is the main thread's to set.
-void reportSaveFailure(EditedObject& object, const OFCondition& cond)
-{
-    object.m_report.err() << "Error saving to temp file " << object.m_tempPath << " [" << cond.text() << "]"
-                          << std::endl;
-    object.m_keepTemporaryFile = true;
-}
-
-void saveFailed(EditedObject& object, const OFCondition& cond)
-{
-    reportSaveFailure(object, cond);
-    object.m_state = EditedObject::EO_FAILED;
-}
 
 // The disk starts writing at once; the batch's sync of the file system then waits only for the rest.
 void startWriteOut(int fd)
@@ -29,6 +16,14 @@ void startWriteOut(int fd)
 }
 
 } // namespace
+
+void ObjectWriter::saveFailed(EditedObject& object, const OFCondition& cond)
+{
+    object.m_report.err() << "Error saving to temp file " << object.m_tempPath << " [" << cond.text() << "]"
+                          << std::endl;
+    object.m_keepTemporaryFile = true;
+    object.m_state = EditedObject::EO_FAILED;
+}
 
 void ObjectWriter::prepare(EditedObject& object)
 {
@@ -49,12 +44,15 @@ void ObjectWriter::prepare(EditedObject& object)
     if (object.m_inMemory)
     {
         // an edit changes a few attributes: room for the object as it was and some more
-        object.m_encoded.reserve(size_t(object.m_original->size()) + 65536);
-        cond = encodeFileFormat(file, object.m_encoded, EXS_Unknown, EET_UndefinedLength, EGL_recalcGL,
-                                EPD_noChange, 0, 0, EWM_createNewMeta);
+        ByteBuffer encoded;
+        encoded.reserve(size_t(object.m_original->size()) + 65536);
+        cond = encodeFileFormat(file, encoded, EXS_Unknown, EET_UndefinedLength, EGL_recalcGL, EPD_noChange, 0, 0,
+                                EWM_createNewMeta);
         object.m_file.reset();
         if (cond.bad())
             return saveFailed(object, cond);
+        object.m_writtenSize = encoded.size();
+        object.m_encoded.reset(new InputFile(std::move(encoded)));
         object.m_state = EditedObject::EO_EDITED;
         return;
     }
@@ -68,15 +66,11 @@ void ObjectWriter::prepare(EditedObject& object)
     object.m_state = EditedObject::EO_WRITTEN;
 }
 
-bool ObjectWriter::writeEncoded(EditedObject& object)
+OFCondition ObjectWriter::writeEncoded(EditedObject& object)
 {
-    const OFCondition cond = writeAll(object.m_tempFd, object.m_encoded.data(), object.m_encoded.size());
-    if (cond.bad())
-    {
-        reportSaveFailure(object, cond);
-        return false;
-    }
-    object.m_writtenSize = object.m_encoded.size();
-    startWriteOut(object.m_tempFd);
-    return true;
+    const OFCondition cond = writeAll(object.m_tempFd, object.m_encoded->bytes(), size_t(object.m_encoded->size()));
+    if (cond.good())
+        startWriteOut(object.m_tempFd);
+    object.closeTemporaryFile();
+    return cond;
 }

@@ -19,10 +19,14 @@ public:
      *  memory: it stays EO_EDITED) or writes it (EO_WRITTEN). EO_FAILED after its lines. */
     static void prepare(EditedObject& object);
 
-    /** Writes the encoded bytes of an object handled in memory (on either thread; the state is
-     *  left to the caller).
-     *  @return true on success; false after "Error saving to temp file ..." */
-    static bool writeEncoded(EditedObject& object);
+    /** Writes the encoded bytes of an object handled in memory, starts their write-out and
+     *  closes the file; runs on the writer thread and touches nothing else of the object.
+     *  @return EC_Normal, or the condition of the failed write (the file then stays) */
+    static OFCondition writeEncoded(EditedObject& object);
+
+    /** Ends an object whose save failed: "Error saving to temp file <path> [<condition>]", its
+     *  partly written file kept. */
+    static void saveFailed(EditedObject& object, const OFCondition& cond);
 };
 
 #endif

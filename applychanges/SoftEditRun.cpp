@@ -23,9 +23,12 @@ bool verbose = false;
 
 namespace {
 
-// A batch of verified objects is made durable together.
+// A batch of verified objects is made durable together; beyond this a batch waits no longer.
 const unsigned long BATCH_OBJECTS = 64;
 const unsigned long long BATCH_BYTES = 256ull << 20;
+// How far the main thread may run ahead of the verification (memory: their bytes).
+const size_t MAX_IN_FLIGHT = 3;
+const unsigned long long MAX_IN_FLIGHT_BYTES = 48ull << 20;
 
 bool usesMoreThanOneCore()
 {
@@ -48,17 +51,17 @@ SoftEditRun::SoftEditRun(DcmDataset& changes, const char* kqrPath, const struct 
     , m_directories(verbose)
     , m_loader(m_rules, m_directories, true)
     , m_editor(changes)
-    , m_verifying(nullptr)
+    , m_inFlight(0)
+    , m_inFlightBytes(0)
+    , m_commitTicket(0)
+    , m_committed(0)
     , m_pendingObjects(0)
     , m_pendingBytes(0)
     , m_outputError(0)
 {
-    // the helper thread inherits a mask that leaves the run's signals to the main thread
-    sigset_t all, previous;
-    sigfillset(&all);
-    pthread_sigmask(SIG_BLOCK, &all, &previous);
-    m_worker.reset(new BackgroundWorker(usesMoreThanOneCore()));
-    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    m_verifier.reset(new TaskQueue(usesMoreThanOneCore()));
+    m_writer.reset(new TaskQueue(usesMoreThanOneCore()));
+    m_committer.reset(new TaskQueue(usesMoreThanOneCore()));
 }
 
 bool SoftEditRun::checkChanges()
@@ -84,51 +87,83 @@ bool SoftEditRun::submit(std::unique_ptr<EditedObject> object)
 {
     EditedObject* entry = object.get();
     m_queue.push_back(std::move(object));
-    if (!settleVerification())
-        return false;
     if (entry->m_state == EditedObject::EO_FAILED)
-        return failAt(entry);
+        return settle(0) && failAt(entry); // an earlier object may fail first
     if (entry->m_state == EditedObject::EO_EDITED || entry->m_state == EditedObject::EO_WRITTEN)
     {
-        m_verifying = entry;
-        const bool encoded = entry->m_state == EditedObject::EO_EDITED;
-        m_worker->start([entry, encoded] {
-            ReportLog::Scope scope(entry->m_report);
-            return (!encoded || ObjectWriter::writeEncoded(*entry)) && ObjectVerifier::verify(*entry);
+        if (entry->m_state == EditedObject::EO_EDITED)
+            entry->m_writeTicket =
+                m_writer->enqueue([entry] { entry->m_writeResult = ObjectWriter::writeEncoded(*entry); });
+        entry->m_verifyTicket = m_verifier->enqueue([entry] {
+            ReportLog::Scope scope(entry->m_verification);
+            entry->m_equal = ObjectVerifier::verify(*entry, entry->m_verification);
         });
+        ++m_inFlight;
+        m_inFlightBytes += entry->m_inMemory ? entry->m_writtenSize : 0; // a large one's values stay in files
     }
-    if (m_pendingObjects >= BATCH_OBJECTS || m_pendingBytes >= BATCH_BYTES)
-        return commit(nullptr);
-    writeReports();
+    const size_t keep = m_inFlightBytes > MAX_IN_FLIGHT_BYTES ? 0 : MAX_IN_FLIGHT;
+    return settle(keep) && commitWhenDue();
+}
+
+bool SoftEditRun::settle(size_t keep)
+{
+    for (auto& entry : m_queue)
+    {
+        EditedObject& object = *entry;
+        if (object.m_state != EditedObject::EO_EDITED && object.m_state != EditedObject::EO_WRITTEN)
+            continue;
+        const bool done = m_verifier->finished(object.m_verifyTicket) && m_writer->finished(object.m_writeTicket);
+        if (!done && m_inFlight <= keep)
+            break;
+        m_verifier->waitFor(object.m_verifyTicket);
+        m_writer->waitFor(object.m_writeTicket);
+        if (!settleOne(object))
+            return false;
+    }
     return true;
 }
 
-bool SoftEditRun::settleVerification()
+bool SoftEditRun::settleOne(EditedObject& object)
 {
-    EditedObject* object = m_verifying;
-    if (!object)
-        return true;
-    const bool equal = m_worker->wait();
-    m_verifying = nullptr;
-    const unsigned long long size = object->m_original->size();
-    object->m_original.reset(); // its bytes and descriptor are no longer needed
-    if (!equal)
+    --m_inFlight;
+    m_inFlightBytes -= object.m_inMemory ? object.m_writtenSize : 0;
+    const unsigned long long size = object.m_original->size();
+    object.m_original.reset(); // its bytes and descriptor are no longer needed
+    object.m_encoded.reset();
+    if (object.m_writeResult.bad())
     {
-        // a verification that failed removes its file; a write that failed keeps it
-        if (object->m_keepTemporaryFile)
-            object->closeTemporaryFile();
-        else
-            object->discardTemporaryFile();
-        object->m_state = EditedObject::EO_FAILED;
-        return failAt(object);
+        // a save that failed is reported before any comparison, and keeps its file
+        ObjectWriter::saveFailed(object, object.m_writeResult);
+        return failAt(&object);
     }
-    object->m_state = EditedObject::EO_VERIFIED;
+    object.m_report.append(object.m_verification);
+    if (!object.m_equal)
+    {
+        object.discardTemporaryFile();
+        object.m_state = EditedObject::EO_FAILED;
+        return failAt(&object);
+    }
+    object.m_state = EditedObject::EO_VERIFIED;
     ++m_pendingObjects;
     m_pendingBytes += size;
     return true;
 }
 
-bool SoftEditRun::commit(const EditedObject* stopAt)
+bool SoftEditRun::commitWhenDue()
+{
+    if (!collectCommit(false))
+        return false;
+    if (m_pendingObjects >= BATCH_OBJECTS || m_pendingBytes >= BATCH_BYTES)
+    {
+        if (!collectCommit(true))
+            return false;
+        handOver(nullptr);
+    }
+    writeReports();
+    return true;
+}
+
+void SoftEditRun::handOver(const EditedObject* stopAt)
 {
     std::vector<EditedObject*> batch;
     for (auto& entry : m_queue)
@@ -140,12 +175,35 @@ bool SoftEditRun::commit(const EditedObject* stopAt)
     }
     m_pendingObjects = 0;
     m_pendingBytes = 0;
-    if (!batch.empty())
-    {
-        EditedObject* failed = BatchCommit::commit(batch);
-        if (failed)
-            return failAt(failed);
-    }
+    if (batch.empty())
+        return;
+    for (EditedObject* object : batch)
+        object->m_state = EditedObject::EO_COMMITTING;
+    m_committing = batch;
+    m_commitTicket = m_committer->enqueue([this, batch] { m_committed = BatchCommit::commit(batch); });
+}
+
+bool SoftEditRun::commitAll(const EditedObject* stopAt)
+{
+    if (!collectCommit(true))
+        return false;
+    handOver(stopAt);
+    return collectCommit(true);
+}
+
+bool SoftEditRun::collectCommit(bool block)
+{
+    if (m_committing.empty() || (!block && !m_committer->finished(m_commitTicket)))
+        return true;
+    m_committer->waitFor(m_commitTicket);
+    std::vector<EditedObject*> batch;
+    batch.swap(m_committing);
+    for (size_t i = 0; i < batch.size(); ++i)
+        batch[i]->m_state = i < m_committed    ? EditedObject::EO_COMMITTED
+                            : i == m_committed ? EditedObject::EO_FAILED
+                                               : EditedObject::EO_VERIFIED; // discarded with the rest
+    if (m_committed < batch.size())
+        return failAt(batch[m_committed]);
     writeReports();
     return true;
 }
@@ -154,11 +212,11 @@ bool SoftEditRun::failAt(EditedObject* failed)
 {
     m_failedPath = failed->m_path;
     // what came before the failure is committed (that may itself fail earlier)
-    if (!commit(failed))
+    if (!commitAll(failed))
         return false;
-    if (m_worker->pending())
-        m_worker->wait();
-    m_verifying = nullptr;
+    // the objects read ahead finish their tasks before their files are removed
+    m_verifier->waitIdle();
+    m_writer->waitIdle();
     bool after = false;
     while (!m_queue.empty())
     {
@@ -196,7 +254,7 @@ void SoftEditRun::writeNow(ObjectReport& report)
 
 bool SoftEditRun::finish()
 {
-    return settleVerification() && commit(nullptr);
+    return settle(0) && commitAll(nullptr);
 }
 
 bool SoftEditRun::isPending(const struct stat& status) const
@@ -204,7 +262,7 @@ bool SoftEditRun::isPending(const struct stat& status) const
     for (const auto& entry : m_queue)
         if (entry->m_identity.isFile(status) &&
             (entry->m_state == EditedObject::EO_EDITED || entry->m_state == EditedObject::EO_WRITTEN ||
-             entry->m_state == EditedObject::EO_VERIFIED))
+             entry->m_state == EditedObject::EO_VERIFIED || entry->m_state == EditedObject::EO_COMMITTING))
             return true;
     return false;
 }

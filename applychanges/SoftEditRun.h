@@ -4,12 +4,12 @@
 #ifndef APPLYCHANGES_SOFTEDITRUN_H
 #define APPLYCHANGES_SOFTEDITRUN_H
 
-#include "applychanges/BackgroundWorker.h"
 #include "applychanges/EditedObject.h"
 #include "applychanges/ObjectDirectories.h"
 #include "applychanges/ObjectEditor.h"
 #include "applychanges/ObjectLoader.h"
 #include "applychanges/ObjectRules.h"
+#include "applychanges/TaskQueue.h"
 
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcdatset.h"
@@ -19,22 +19,27 @@
 #include <deque>
 #include <memory>
 #include <string>
+#include <vector>
 
 /// Process-wide: print progress and every modified key on standard output (-v).
 extern bool verbose;
 
 /** Applies a KqR file's changes to objects, as a pipeline that keeps every guarantee of doing
  *  them one after the other:
- *  - the main thread loads, edits and writes object i + 1 while the second core verifies object
- *    i (the time-zone conversion, which changes the process's TZ, stays on the main thread);
- *  - verified objects are made durable in batches (64 objects or 256 MiB), then put in place in
- *    walk order, each only if it is still the file that was read (BatchCommit);
+ *  - the main thread loads, edits and encodes objects, up to three ahead of the oldest one not
+ *    yet verified; a verifier thread compares each written object with its original, in walk
+ *    order, while a writer thread writes the temporary files (the time-zone conversion, which
+ *    changes the process's TZ, stays on the main thread);
+ *  - verified objects are made durable in batches (64 objects or 256 MiB; each sync flushes the
+ *    disk's cache, which costs the same for one object as for many), then put in place in walk
+ *    order, each only if it is still the file that was read (BatchCommit), on a commit thread
+ *    while the others go on;
  *  - when object k fails, every earlier object is committed, k and every later object stay
  *    byte-identical (later temporary files are removed), and the lines printed are those of a
  *    run that did one object after the other and stopped at k, in the order it printed them;
  *  - an interrupt, termination or hang-up, or an output that can no longer be written, ends the
  *    run after the objects verified so far are in place, with one line saying so.
- *  With one core, verification runs on the main thread.
+ *  With one core, every task runs on the main thread.
  */
 class SoftEditRun
 {
@@ -69,12 +74,29 @@ private:
      *  @return false when the run has ended with a failure */
     bool submit(std::unique_ptr<EditedObject> object);
 
-    /** Waits for the object in verification and settles it; false when it failed. */
-    bool settleVerification();
+    /** Settles the entries in verification in walk order, those whose tasks have finished, and
+     *  waits for the oldest ones until at most keep are left.
+     *  @return false when one failed (the run has then ended) */
+    bool settle(size_t keep);
 
-    /** Commits the verified objects before stopAt (all of them for null); false when one of
-     *  them failed. */
-    bool commit(const EditedObject* stopAt);
+    /** Settles one entry whose tasks have finished; false when it failed. */
+    bool settleOne(EditedObject& object);
+
+    /** Hands a batch to the writer thread when enough objects wait.
+     *  @return false when a batch failed (the run has then ended) */
+    bool commitWhenDue();
+
+    /** Hands the verified objects before stopAt (all of them for null) to the commit thread as
+     *  one batch, after the batch before it is settled, and waits for it.
+     *  @return false when one of them failed (the run has then ended) */
+    bool commitAll(const EditedObject* stopAt);
+
+    /** Hands the verified objects before stopAt to the commit thread as one batch. */
+    void handOver(const EditedObject* stopAt);
+
+    /** Settles the batch on the commit thread, if any: at once when block is false and it is
+     *  still at work. @return false when one of its objects failed (the run has then ended) */
+    bool collectCommit(bool block);
 
     /** Ends the run at a failed entry: what came before it is committed, the reports up to it are
      *  written and every later entry is discarded. Returns false. */
@@ -106,9 +128,19 @@ private:
     ObjectEditor m_editor;
     /// entries not yet reported, in walk order
     std::deque<std::unique_ptr<EditedObject>> m_queue;
-    /// the entry in verification, if any, and the second core that verifies it
-    EditedObject* m_verifying;
-    std::unique_ptr<BackgroundWorker> m_worker;
+    /// the threads that verify, that write temporary files, and that commit batches (the last
+    /// two wait for the disk most of the time)
+    std::unique_ptr<TaskQueue> m_verifier;
+    std::unique_ptr<TaskQueue> m_writer;
+    std::unique_ptr<TaskQueue> m_committer;
+    /// entries handed to the threads and not yet settled, and their bytes
+    size_t m_inFlight;
+    unsigned long long m_inFlightBytes;
+    /// the batch being made durable and put in place, its ticket on the commit thread, and how
+    /// many of it were put in place
+    std::vector<EditedObject*> m_committing;
+    unsigned long m_commitTicket;
+    size_t m_committed;
     /// verified objects waiting for the next commit, and their bytes
     unsigned long m_pendingObjects;
     unsigned long long m_pendingBytes;
