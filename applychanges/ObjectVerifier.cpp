@@ -30,6 +30,10 @@ bool ObjectVerifier::verify(EditedObject& object, ObjectReport& lines)
     const bool equal = cond.good() &&
                        comparator.compareObjects(original.getDataset(), edited.getDataset(), OC_MODE_BINARY) &&
                        checkWrittenObject(original, edited, object.m_modified, err);
+    std::string corrected;
+    if (equal && verbose && !(corrected = metaHeaderInconsistency(original)).empty())
+        lines.out() << "Meta header of " << object.m_path << " made consistent with its dataset: " << corrected
+                    << std::endl;
     if (!equal)
         err << "Objects differ after applying soft edit changes for " << object.m_path << "[" << object.m_tempPath
             << "]" << std::endl;

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <sstream>
 
 namespace {
 
@@ -19,23 +20,32 @@ bool wasModified(const std::list<DcmTagKey>& modified, const DcmTagKey& key)
     return std::find(modified.begin(), modified.end(), key) != modified.end();
 }
 
-// One meta header element: the written value must be the original's, or the dataset's value of
-// its counterpart when the edit set that.
+// The value a meta header element of the written object must hold: a Media Storage UID that of
+// the edited dataset (the original's, or the edit's when the edit set it), the transfer syntax
+// the one the original was read in. A new meta header is made from the dataset, so one that
+// named another instance than its dataset is made consistent.
+OFString expectedMetaValue(DcmFileFormat& original, DcmFileFormat& written, const DcmTagKey& datasetKey,
+                           const std::list<DcmTagKey>& modified)
+{
+    OFString expected;
+    if (datasetKey == DcmTagKey())
+        return DcmXfer(original.getDataset()->getOriginalXfer()).getXferID();
+    DcmDataset* edited = wasModified(modified, datasetKey) ? written.getDataset() : original.getDataset();
+    edited->findAndGetOFStringArray(datasetKey, expected, OFFalse);
+    return expected;
+}
+
 bool checkMetaElement(DcmFileFormat& original, DcmFileFormat& written, const DcmTagKey& metaKey,
                       const DcmTagKey& datasetKey, const std::list<DcmTagKey>& modified, std::ostream& err)
 {
-    OFString expected;
-    if (original.getMetaInfo()->findAndGetOFStringArray(metaKey, expected).bad())
-        return true; // the original had none to keep
-    if (datasetKey != DcmTagKey() && wasModified(modified, datasetKey))
-        written.getDataset()->findAndGetOFStringArray(datasetKey, expected);
+    const OFString expected = expectedMetaValue(original, written, datasetKey, modified);
     OFString actual;
     written.getMetaInfo()->findAndGetOFStringArray(metaKey, actual);
     if (actual == expected)
         return true;
     DcmTag tag(metaKey);
     err << "! " << metaKey << " " << tag.getTagName() << " differs in the written meta header (" << expected
-              << " != " << actual << ")" << std::endl;
+        << " != " << actual << ")" << std::endl;
     return false;
 }
 
@@ -102,6 +112,25 @@ bool checkFragments(DcmFileFormat& original, DcmFileFormat& written, std::ostrea
 }
 
 } // namespace
+
+std::string metaHeaderInconsistency(DcmFileFormat& original)
+{
+    const DcmTagKey pairs[][2] = {{DCM_MediaStorageSOPClassUID, DCM_SOPClassUID},
+                                  {DCM_MediaStorageSOPInstanceUID, DCM_SOPInstanceUID}};
+    std::string found;
+    for (const auto& pair : pairs)
+    {
+        OFString meta, dataset;
+        if (original.getMetaInfo()->findAndGetOFStringArray(pair[0], meta).bad() ||
+            original.getDataset()->findAndGetOFStringArray(pair[1], dataset, OFFalse).bad() || meta == dataset)
+            continue;
+        std::ostringstream line;
+        line << (found.empty() ? "" : ", ") << pair[0] << " " << DcmTag(pair[0]).getTagName() << " " << meta
+             << " -> " << dataset;
+        found += line.str();
+    }
+    return found;
+}
 
 bool checkWrittenObject(DcmFileFormat& original, DcmFileFormat& written, const std::list<DcmTagKey>& modified,
                         std::ostream& err)

@@ -8,11 +8,14 @@
 
 #include <list>
 #include <ostream>
+#include <string>
 
 /** Checks the written object against the original:
- *  - its meta header keeps the original's Media Storage SOP Class UID, Media Storage SOP Instance
- *    UID and Transfer Syntax UID, except that a Media Storage UID follows an edited SOP Class or
- *    SOP Instance UID;
+ *  - its meta header names the edited dataset: Media Storage SOP Class UID and Media Storage SOP
+ *    Instance UID equal the dataset's SOP Class and SOP Instance UID (the original's, or the
+ *    edit's where the edit set them), and Transfer Syntax UID is the syntax the original was
+ *    read in (a new meta header is made from the dataset, so one that named another instance is
+ *    made consistent);
  *  - encapsulated pixel data has the same fragments, byte for byte (read piece by piece from the
  *    files, so that memory stays bounded).
  *  Each difference is printed on err as one line starting with "! ".
@@ -23,5 +26,11 @@
  */
 bool checkWrittenObject(DcmFileFormat& original, DcmFileFormat& written, const std::list<DcmTagKey>& modified,
                         std::ostream& err);
+
+/** Where an object's meta header names another SOP class or instance than its dataset, which its
+ *  new meta header corrects: "(0002,0003) MediaStorageSOPInstanceUID <meta> -> <dataset>" for
+ *  each such element, comma-separated; empty when the two agree.
+ */
+std::string metaHeaderInconsistency(DcmFileFormat& original);
 
 #endif
