@@ -4,6 +4,7 @@
 
 #include "dcmtk/dcmdata/dcerror.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,9 +13,26 @@
 
 namespace {
 const size_t BUFFER_SIZE = 1 << 20;
+// A long file's write-out is started every this many bytes, so that the disk writes while the
+// rest is produced instead of all at the end.
+const off_t WRITE_OUT_STEP = 32 << 20;
 }
 
-DescriptorConsumer::DescriptorConsumer(int fd) : m_fd(fd), m_buffer(BUFFER_SIZE), m_used(0), m_status(EC_Normal) {}
+DescriptorConsumer::DescriptorConsumer(int fd)
+    : m_fd(fd), m_buffer(BUFFER_SIZE), m_used(0), m_status(EC_Normal), m_position(lseek(fd, 0, SEEK_CUR)),
+      m_writtenOut(m_position)
+{
+}
+
+void DescriptorConsumer::wrote(size_t count)
+{
+    m_position += off_t(count);
+    if (m_position >= 0 && m_writtenOut >= 0 && m_position - m_writtenOut >= WRITE_OUT_STEP)
+    {
+        sync_file_range(m_fd, m_writtenOut, m_position - m_writtenOut, SYNC_FILE_RANGE_WRITE);
+        m_writtenOut = m_position;
+    }
+}
 
 OFBool DescriptorConsumer::good() const
 {
@@ -55,7 +73,10 @@ offile_off_t DescriptorConsumer::write(const void* buf, offile_off_t buflen)
             if (n <= 0)
                 m_status = systemError(n < 0 ? errno : ENOSPC);
             else
+            {
                 done += n;
+                wrote(size_t(n));
+            }
         }
         return done;
     }
@@ -90,6 +111,7 @@ void DescriptorConsumer::flush()
             break;
         }
         written += n;
+        wrote(size_t(n));
     }
     if (m_status.good())
         m_used = 0;

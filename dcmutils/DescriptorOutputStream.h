@@ -5,10 +5,13 @@
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcostrma.h"
 
+#include <sys/types.h>
+
 #include <vector>
 
 /** The consumer behind DescriptorOutputStream: collects the stream's bytes in a buffer of 1 MiB
- *  and writes it with write(2), so that a file is written in few system calls. The first failed
+ *  and writes it with write(2), so that a file is written in few system calls; the write-out of a
+ *  long file to the disk is started as it grows (sync_file_range, every 32 MiB). The first failed
  *  write is kept as the status, with the system's error text.
  */
 class DescriptorConsumer : public DcmConsumer
@@ -24,10 +27,16 @@ public:
     void flush() override;
 
 private:
+    /// counts written bytes and starts the write-out of each full step
+    void wrote(size_t count);
+
     int m_fd;
     std::vector<char> m_buffer;
     size_t m_used;
     OFCondition m_status;
+    /// the file position, and up to where the write-out was started (-1: not a seekable file)
+    off_t m_position;
+    off_t m_writtenOut;
 };
 
 /** An output stream for DcmFileFormat::write onto a descriptor (the descriptor is not closed). */
