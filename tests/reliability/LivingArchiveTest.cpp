@@ -12,6 +12,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <functional>
 
 using namespace reliability;
@@ -297,4 +298,50 @@ TEST(LivingArchive, WhatEndedRunsLeftIsRemovedByTheNext)
         EXPECT_NE(std::string::npos, outcome.out.find("Removing " + s.dir + "/.tmp/" + name + " left by an earlier run\n"));
     EXPECT_TRUE(listDir(s.dir + "/.tmp").empty());
     EXPECT_TRUE(s.edited(0));
+}
+
+TEST(LivingArchive, AnObjectTooLargeForMemoryIsAsSafe)
+{
+    // over 16 MiB: written as it is read, its values copied through its descriptor
+    if (!straceWorks())
+        GTEST_SKIP() << "strace cannot trace here";
+    TempDir root;
+    LivingStudy s(root, 1);
+    ObjectSpec large;
+    large.rows = large.columns = 3000;
+    const std::string path = s.dir + "/LARGE";
+    ASSERT_TRUE(writeObject(path, large));
+    const std::string before = readFile(path);
+    ASSERT_EQ(0, mkdir((s.dir + "/.tmp").c_str(), 0755));
+
+    // another process writes to it between its read and its replacement
+    DirectoryWatch watch;
+    ASSERT_TRUE(watch.add(s.dir + "/.tmp", IN_CLOSE_WRITE | IN_CREATE));
+    Launched run;
+    ASSERT_TRUE(startHeld(run, "syncfs", 1, 1500, {"-p", s.kqr, "-o", path}));
+    ASSERT_TRUE(waitForName(watch, ".LARGE"));
+    ASSERT_TRUE(waitForName(watch, ".LARGE")); // created, then written
+    const int fd = open(path.c_str(), O_WRONLY | O_APPEND);
+    EXPECT_EQ(4, write(fd, "more", 4));
+    close(fd);
+    Outcome outcome = run.wait();
+    EXPECT_TRUE(outcome.exited && outcome.status == 1) << outcome.describe();
+    EXPECT_EQ(changedLine(path, "another process wrote to it"), outcome.err);
+    EXPECT_EQ(before + "more", readFile(path));
+
+    // killed while its temporary file is written: the object stays whole, a rerun edits it
+    ASSERT_TRUE(writeFile(path, before));
+    DirectoryWatch creation;
+    ASSERT_TRUE(creation.add(s.dir + "/.tmp", IN_CREATE));
+    Launched killed;
+    ASSERT_TRUE(killed.start({program("applyChanges"), "-p", s.kqr, "-o", path}));
+    ASSERT_TRUE(waitForName(creation, ".LARGE"));
+    killed.kill(SIGKILL);
+    outcome = killed.wait();
+    EXPECT_EQ(SIGKILL, outcome.signal) << outcome.describe();
+    EXPECT_EQ(before, readFile(path));
+    outcome = applyChanges({"-p", s.kqr, "-o", path});
+    EXPECT_TRUE(outcome.exited && outcome.status == 0) << outcome.describe();
+    EXPECT_EQ(EDITED_NAME, attribute(path, DCM_PatientName));
+    EXPECT_TRUE(listDir(s.dir + "/.tmp").empty());
 }
