@@ -73,9 +73,12 @@ struct EditedObject
     /// true when the object is read whole and encoded in memory (not too large)
     bool m_inMemory;
 
-    /// the object as edited (until it is written), the keys the edit set, and the comparison's
-    /// ignore rules made from them
+    /// the object as edited (until it is written), the object as read (a copy made before the
+    /// edit, for the comparison) with the toolkit's lines about reading it, the keys the edit
+    /// set, and the comparison's ignore rules made from them
     std::unique_ptr<DcmFileFormat> m_file;
+    std::unique_ptr<DcmFileFormat> m_read;
+    ObjectReport m_readLog;
     std::list<DcmTagKey> m_modified;
     IgnoreTags m_ignore;
 
@@ -96,6 +99,7 @@ struct EditedObject
     unsigned long m_writeTicket;
     unsigned long m_verifyTicket;
     OFCondition m_writeResult;
+    std::string m_writeRefusal;
     bool m_equal;
     ObjectReport m_verification;
 

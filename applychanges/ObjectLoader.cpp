@@ -140,6 +140,7 @@ void ObjectLoader::load(EditedObject& object, ObjectDirectory& directory, bool i
     }
     if (verbose)
         out << "Apply soft edit changes to " << object.m_path << std::endl;
+    object.m_readLog.appendCopy(parseLog);
     object.m_report.append(parseLog);
     if (cond.bad())
     {
@@ -162,6 +163,8 @@ void ObjectLoader::load(EditedObject& object, ObjectDirectory& directory, bool i
     object.m_original = input;
     object.m_identity = FileIdentity(opened);
     object.m_temporaryDirectory = temporary;
+    // the comparison's original: a copy, not a second parse of the same bytes
+    object.m_read.reset(new DcmFileFormat(*file));
     object.m_file = std::move(file);
     object.m_state = EditedObject::EO_LOADED;
 }

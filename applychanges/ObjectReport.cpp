@@ -78,6 +78,12 @@ void ObjectReport::append(ObjectReport& other)
     other.m_pieces.clear();
 }
 
+void ObjectReport::appendCopy(const ObjectReport& other)
+{
+    for (const auto& piece : other.m_pieces)
+        append(piece.first, piece.second.data(), piece.second.size());
+}
+
 bool ObjectReport::write()
 {
     bool ok = true;

@@ -29,6 +29,8 @@ public:
     bool write();
     /** Moves the text held by other to the end of this report. */
     void append(ObjectReport& other);
+    /** Copies the text held by other to the end of this report. */
+    void appendCopy(const ObjectReport& other);
     /** Forgets the held text (an object the run never reached). */
     void discard() { m_pieces.clear(); }
     /** True when nothing is held. */

@@ -20,12 +20,13 @@ bool ObjectVerifier::verify(EditedObject& object, ObjectReport& lines)
     ObjectComparator comparator(object.m_ignore);
     comparator.verbose = verbose;
     comparator.setOutput(lines.out(), err);
-    DcmFileFormat original;
+    // The original as it was read, and the toolkit's lines of reading it, which a second read of
+    // the same bytes would print again.
+    DcmFileFormat& original = *object.m_read;
+    lines.appendCopy(object.m_readLog);
     DcmFileFormat edited;
-    OFCondition cond = loadFileFormat(original, object.m_original);
+    const OFCondition cond = loadFileFormat(edited, written);
     if (cond.bad())
-        err << "Error loading " << object.m_path << "(" << cond.text() << ")" << std::endl;
-    else if ((cond = loadFileFormat(edited, written)).bad())
         err << "Error loading " << object.m_tempPath << "(" << cond.text() << ")" << std::endl;
     const bool equal = cond.good() &&
                        comparator.compareObjects(original.getDataset(), edited.getDataset(), OC_MODE_BINARY) &&

@@ -6,9 +6,10 @@
 
 /** Compares the original with the written temporary file attribute by attribute, ignoring what
  *  the edit changed (and every group length), then checks what the comparison does not cover
- *  (WrittenObjectCheck). Both are parsed as loadFile would parse the files: a small object from
- *  the very bytes read and written, a large one through the descriptors, its values read piece by
- *  piece. Differences are the comparator's lines, then "Objects differ after applying soft edit
+ *  (WrittenObjectCheck). The original is the copy the loader kept of the object as read (with the
+ *  toolkit's lines of reading it, as a second read would print them); the written file is parsed
+ *  as loadFile would parse it: from the very bytes written for a small object, through its
+ *  descriptor for a large one, whose values are then read piece by piece. Differences are the comparator's lines, then "Objects differ after applying soft edit
  *  changes for <object>[<temporary file>]".
  */
 class ObjectVerifier

@@ -15,13 +15,17 @@
 class ObjectWriter
 {
 public:
-    /** Creates the temporary file with the object's access rules, then encodes the object (in
-     *  memory: it stays EO_EDITED) or writes it (EO_WRITTEN). EO_FAILED after its lines. */
+    /** Names the temporary file, then encodes an object handled in memory (it stays EO_EDITED:
+     *  writeEncoded() makes and writes its file on the writer thread), or makes the temporary
+     *  file with the object's access rules and writes a large object into it at once
+     *  (EO_WRITTEN). EO_FAILED after its lines. */
     static void prepare(EditedObject& object);
 
-    /** Writes the encoded bytes of an object handled in memory, starts their write-out and
-     *  closes the file; runs on the writer thread and touches nothing else of the object.
-     *  @return EC_Normal, or the condition of the failed write (the file then stays) */
+    /** Makes the temporary file of an object handled in memory with the object's access rules,
+     *  writes the encoded bytes, starts their write-out and closes the file; runs on the writer
+     *  thread and touches nothing of the object but its temporary file and the refusal it may
+     *  leave in m_writeRefusal (the file then removed).
+     *  @return EC_Normal, or the condition of the failed creation or write (the file then stays) */
     static OFCondition writeEncoded(EditedObject& object);
 
     /** Ends an object whose save failed: "Error saving to temp file <path> [<condition>]", its

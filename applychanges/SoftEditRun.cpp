@@ -128,8 +128,14 @@ bool SoftEditRun::settleOne(EditedObject& object)
     --m_inFlight;
     m_inFlightBytes -= object.m_inMemory ? object.m_writtenSize : 0;
     const unsigned long long size = object.m_original->size();
-    object.m_original.reset(); // its bytes and descriptor are no longer needed
+    object.m_read.reset(); // its bytes, copy and descriptor are no longer needed
+    object.m_original.reset();
     object.m_encoded.reset();
+    if (!object.m_writeRefusal.empty())
+    {
+        object.refuse(object.m_writeRefusal);
+        return failAt(&object);
+    }
     if (object.m_writeResult.bad())
     {
         // a save that failed is reported before any comparison, and keeps its file

@@ -41,6 +41,25 @@ struct SmallStudy
     bool ok = false;
 };
 
+// Waits until every thread of a process has stopped (a stop signal takes effect asynchronously).
+bool waitUntilStopped(pid_t pid)
+{
+    for (int attempt = 0; attempt < 2000; ++attempt)
+    {
+        bool all = true;
+        for (const std::string& task : listDir("/proc/" + std::to_string(pid) + "/task"))
+        {
+            const std::string stat = readFile("/proc/" + std::to_string(pid) + "/task/" + task + "/stat");
+            const size_t close = stat.rfind(')');
+            all = all && close != std::string::npos && close + 2 < stat.size() && stat[close + 2] == 'T';
+        }
+        if (all)
+            return true;
+        usleep(1000);
+    }
+    return false;
+}
+
 std::string replaced(std::string text, const std::string& from, const std::string& to)
 {
     for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
@@ -234,7 +253,7 @@ TEST(ClearErrors, StudyDirectoryVanishingDuringTheWalk)
                 if (name == large)
                 {
                     run.kill(SIGSTOP);
-                    stopped = true;
+                    stopped = waitUntilStopped(run.pid());
                 }
             // the temporary file of the large object exists only once its load is over
             if (!stopped || fileExists(s.dir + "/.tmp/.applychanges" + std::to_string(run.pid()) + "." + large))
