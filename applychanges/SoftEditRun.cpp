@@ -53,8 +53,7 @@ SoftEditRun::SoftEditRun(DcmDataset& changes, const char* kqrPath, const struct 
     , m_editor(changes)
     , m_inFlight(0)
     , m_inFlightBytes(0)
-    , m_commitTicket(0)
-    , m_committed(0)
+    , m_commitFailed(false)
     , m_pendingObjects(0)
     , m_pendingBytes(0)
     , m_outputError(0)
@@ -157,59 +156,68 @@ bool SoftEditRun::settleOne(EditedObject& object)
 
 bool SoftEditRun::commitWhenDue()
 {
-    if (!collectCommit(false))
-        return false;
     if (m_pendingObjects >= BATCH_OBJECTS || m_pendingBytes >= BATCH_BYTES)
-    {
-        if (!collectCommit(true))
-            return false;
         handOver(nullptr);
-    }
-    writeReports();
-    return true;
+    return collectCommit(false);
 }
 
 void SoftEditRun::handOver(const EditedObject* stopAt)
 {
-    std::vector<EditedObject*> batch;
+    std::unique_ptr<Commit> commit(new Commit);
     for (auto& entry : m_queue)
     {
         if (entry.get() == stopAt)
             break;
         if (entry->m_state == EditedObject::EO_VERIFIED)
-            batch.push_back(entry.get());
+            commit->batch.push_back(entry.get());
     }
     m_pendingObjects = 0;
     m_pendingBytes = 0;
-    if (batch.empty())
+    if (commit->batch.empty())
         return;
-    for (EditedObject* object : batch)
+    for (EditedObject* object : commit->batch)
         object->m_state = EditedObject::EO_COMMITTING;
-    m_committing = batch;
-    m_commitTicket = m_committer->enqueue([this, batch] { m_committed = BatchCommit::commit(batch); });
+    Commit* handed = commit.get();
+    handed->ticket = m_committer->enqueue([this, handed] {
+        if (!m_commitFailed)
+            handed->committed = BatchCommit::commit(handed->batch);
+        if (handed->committed < handed->batch.size())
+            m_commitFailed = true;
+    });
+    m_commits.push_back(std::move(commit));
 }
 
 bool SoftEditRun::commitAll(const EditedObject* stopAt)
 {
-    if (!collectCommit(true))
-        return false;
     handOver(stopAt);
     return collectCommit(true);
 }
 
 bool SoftEditRun::collectCommit(bool block)
 {
-    if (m_committing.empty() || (!block && !m_committer->finished(m_commitTicket)))
-        return true;
-    m_committer->waitFor(m_commitTicket);
-    std::vector<EditedObject*> batch;
-    batch.swap(m_committing);
-    for (size_t i = 0; i < batch.size(); ++i)
-        batch[i]->m_state = i < m_committed    ? EditedObject::EO_COMMITTED
-                            : i == m_committed ? EditedObject::EO_FAILED
-                                               : EditedObject::EO_VERIFIED; // discarded with the rest
-    if (m_committed < batch.size())
-        return failAt(batch[m_committed]);
+    while (!m_commits.empty() && (block || m_committer->finished(m_commits.front()->ticket)))
+    {
+        m_committer->waitFor(m_commits.front()->ticket);
+        std::unique_ptr<Commit> commit = std::move(m_commits.front());
+        m_commits.pop_front();
+        const std::vector<EditedObject*>& batch = commit->batch;
+        for (size_t i = 0; i < batch.size(); ++i)
+            batch[i]->m_state = i < commit->committed    ? EditedObject::EO_COMMITTED
+                                : i == commit->committed ? EditedObject::EO_FAILED
+                                                         : EditedObject::EO_VERIFIED; // discarded with the rest
+        if (commit->committed < batch.size())
+        {
+            // the batches after it were given up: their objects are discarded with the rest
+            for (const auto& later : m_commits)
+            {
+                m_committer->waitFor(later->ticket);
+                for (EditedObject* object : later->batch)
+                    object->m_state = EditedObject::EO_VERIFIED;
+            }
+            m_commits.clear();
+            return failAt(batch[commit->committed]);
+        }
+    }
     writeReports();
     return true;
 }

@@ -16,6 +16,7 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <deque>
 #include <memory>
 #include <string>
@@ -87,15 +88,15 @@ private:
     bool commitWhenDue();
 
     /** Hands the verified objects before stopAt (all of them for null) to the commit thread as
-     *  one batch, after the batch before it is settled, and waits for it.
+     *  one batch and waits until it and every batch before it are settled.
      *  @return false when one of them failed (the run has then ended) */
     bool commitAll(const EditedObject* stopAt);
 
     /** Hands the verified objects before stopAt to the commit thread as one batch. */
     void handOver(const EditedObject* stopAt);
 
-    /** Settles the batch on the commit thread, if any: at once when block is false and it is
-     *  still at work. @return false when one of its objects failed (the run has then ended) */
+    /** Settles the batches the commit thread has finished, oldest first; with block, waits for
+     *  all of them. @return false when one of their objects failed (the run has then ended) */
     bool collectCommit(bool block);
 
     /** Ends the run at a failed entry: what came before it is committed, the reports up to it are
@@ -136,11 +137,20 @@ private:
     /// entries handed to the threads and not yet settled, and their bytes
     size_t m_inFlight;
     unsigned long long m_inFlightBytes;
-    /// the batch being made durable and put in place, its ticket on the commit thread, and how
-    /// many of it were put in place
-    std::vector<EditedObject*> m_committing;
-    unsigned long m_commitTicket;
-    size_t m_committed;
+    /// a batch handed to the commit thread: its objects in walk order, its ticket there, how many
+    /// of it were put in place (written by that thread), and whether it was given up because a
+    /// batch before it failed
+    struct Commit
+    {
+        std::vector<EditedObject*> batch;
+        unsigned long ticket = 0;
+        size_t committed = 0;
+    };
+    /// the batches handed over and not yet settled, oldest first (the commit thread takes them in
+    /// that order, so that the disk's latency never stops the other threads); a failed batch makes
+    /// the thread give up every later one
+    std::deque<std::unique_ptr<Commit>> m_commits;
+    std::atomic<bool> m_commitFailed;
     /// verified objects waiting for the next commit, and their bytes
     unsigned long m_pendingObjects;
     unsigned long long m_pendingBytes;
