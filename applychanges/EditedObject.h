@@ -32,6 +32,8 @@ struct EditedObject
         EO_FAILED,
         /// loaded: its file, identity and temporary directory are set
         EO_LOADED,
+        /// read and found unchanged by the edit: left as it is (a verbose line at most)
+        EO_UNCHANGED,
         /// edited in memory; encoded, to be written to its temporary file
         EO_EDITED,
         /// written to its temporary file, to be verified

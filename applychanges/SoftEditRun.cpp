@@ -251,6 +251,7 @@ bool SoftEditRun::failAt(EditedObject* failed)
 void SoftEditRun::writeReports()
 {
     while (!m_queue.empty() && (m_queue.front()->m_state == EditedObject::EO_SKIPPED ||
+                                m_queue.front()->m_state == EditedObject::EO_UNCHANGED ||
                                 m_queue.front()->m_state == EditedObject::EO_COMMITTED))
     {
         writeNow(m_queue.front()->m_report);
@@ -303,6 +304,27 @@ int SoftEditRun::conclude(bool ok, const std::string& failureLine)
         return 1;
     }
     return ok ? 0 : 1;
+}
+
+void SoftEditRun::warnAboutUnusedChanges(const char* studyDir)
+{
+    if (m_editor.objectsSeen() == 0)
+    {
+        std::cerr << "Warning: study directory " << studyDir << " holds no object: the changes of KqR file "
+                  << m_kqrPath << " applied to nothing" << std::endl;
+        return;
+    }
+    for (const ChangeSet::Item& item : m_editor.items())
+    {
+        if (item.matches > 0)
+            continue;
+        if (item.instance)
+            std::cerr << "Warning: instance item " << item.uid << " (series " << item.seriesUID << ") of KqR file "
+                      << m_kqrPath << " matched no object" << std::endl;
+        else
+            std::cerr << "Warning: series item " << item.uid << " of KqR file " << m_kqrPath << " matched no object"
+                      << std::endl;
+    }
 }
 
 int SoftEditRun::applyToSingleObject(const char* objectName)
@@ -395,5 +417,7 @@ int SoftEditRun::applyToStudyDirectory(const char* studyDir)
         ok = false;
     if (ok && walkError != 0)
         return conclude(false, std::string("An error occured while iterating through on files in ") + studyDir);
+    if (ok && !mustStop())
+        warnAboutUnusedChanges(studyDir);
     return conclude(ok, "Applying soft edit changes to object failed: " + m_failedPath);
 }

@@ -61,12 +61,16 @@ public:
 
     /** The study-directory flow (-d): every object file of the directory in directory order; the
      *  first object that fails ends the run.
-     *  @return the exit status: 0 when every object was edited, 1 otherwise */
+     *  @return the exit status: 0 when every object was edited or left unchanged, 1 otherwise */
     int applyToStudyDirectory(const char* studyDir);
 
 private:
     SoftEditRun(const SoftEditRun&) = delete;
     SoftEditRun& operator=(const SoftEditRun&) = delete;
+
+    /** After a directory run that ended well: one warning line on standard error for every
+     *  series and instance item that applied to no object, or for a directory without object. */
+    void warnAboutUnusedChanges(const char* studyDir);
 
     /** Stage one, on the main thread: load, edit, encode or write. */
     void prepare(EditedObject& object, ObjectDirectory& directory, bool inDirectory);

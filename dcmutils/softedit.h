@@ -7,8 +7,9 @@
  *  KQ_SERIES_SEQUENCE holds one item per series, matched by Series Instance UID (0020,000E);
  *  each series item's sequence KQ_INSTANCE_SEQUENCE holds one item per instance, matched by
  *  SOP Instance UID (0008,0018). Each item settles its own private block. A soft edit only
- *  inserts or replaces attributes; every attribute of an applying item is copied (its private
- *  creator and matching UID included), except its nested change sequence.
+ *  inserts or replaces attributes; every attribute of an applying item is copied (its matching
+ *  UID included), except its nested change sequence and its private creator elements: a private
+ *  element goes into the target's own block of its creator.
  *
  *  Nothing is printed here; callers report the returned conditions. A failure part way leaves
  *  the target partly changed: callers then write nothing. No pointer handed out is owned by
@@ -22,6 +23,8 @@
 #include "dcmtk/dcmdata/dcsequen.h"
 
 #include <list>
+#include <string>
+#include <vector>
 
 /// Element number (in the "KQ group A" block) of the change sequence of a KqR dataset.
 #define KQ_CHANGE_SEQUENCE 0x62
@@ -30,12 +33,66 @@
 /// Element number of the instance sequence inside a series item.
 #define KQ_INSTANCE_SEQUENCE 0x64
 
+class ChangeSetIndex;
+
+/// One attribute a soft edit wrote into a target.
+struct SoftEditChange
+{
+    /// the key written (a private element: in the target's own block of its creator)
+    DcmTagKey key;
+    /// the value the target held (DCMTK's string form; empty when it had none) and the one written
+    std::string before;
+    std::string after;
+    /// true when the target held the attribute
+    bool existed = false;
+    /// true when what was written differs from what the target held (value or VR)
+    bool changed = false;
+};
+
+/// What applying a change set did to one target; filled by applySoftEdit().
+struct SoftEditOutcome
+{
+    /// every key written, in the order written (a key may appear more than once)
+    std::list<DcmTagKey> modified;
+    /// every attribute written, in the order written
+    std::vector<SoftEditChange> changes;
+    /// ask for the values before and after in changes (a report); without it only the keys and
+    /// whether each value changed are recorded
+    bool describe = false;
+    /// true when the change set holds a change item (study level applies to every object)
+    bool studyLevel = false;
+    /// the series item and the instance item that applied: position in their sequence (-1 for
+    /// none) and UID
+    long seriesItem = -1;
+    OFString seriesUID;
+    long instanceItem = -1;
+    OFString instanceUID;
+
+    /** True when some attribute's value changed: a target for which it is false would be
+     *  written back as it was. */
+    bool changed() const;
+};
+
+/** Applies the soft edit of a change dataset to a target as applyModifications() does, and tells
+ *  what it did: every attribute written with its value before and after, and which items
+ *  applied. Private elements of the change set go into the target's own block of their creator
+ *  (see applyModifications()).
+ *  @param index finds the series and instance items of this change dataset; the caller keeps it
+ *    over a run (null: the items are looked up by a walk over them)
+ *  @param outcome filled; owned by the caller
+ *  @return as applyModifications() */
+OFCondition applySoftEdit(DcmDataset& target, DcmDataset& changes, ChangeSetIndex* index, SoftEditOutcome& outcome);
+
 /** Applies the soft edit of a change dataset to a target dataset. The change dataset's dates
  *  and times are first brought to the target's Timezone Offset From UTC (0008,0201) (see
  *  kqtz::OffsetAdjustedDataset; this changes the change dataset, and its result is not
  *  examined), then the study level, the matching series item and the matching instance item
  *  are applied in that order. Objects of the non-image SOP classes (SR, presentation states,
- *  registrations, encapsulated PDF, ...) keep their own Modality at every level.
+ *  registrations, encapsulated PDF, ...) keep their own Modality at every level. A private
+ *  element goes into the target's block of its private creator (the block already holding that
+ *  creator, or the first free one from 0x10, whose creator element is then written and recorded
+ *  too); the change set's own creator elements are not copied, so that no private element of the
+ *  target ever changes owner.
  *  @param target the dataset to change
  *  @param changes the KqR dataset; its dates and times may be rewritten
  *  @param modified when not null, receives the key of every attribute written, in the order

@@ -46,7 +46,7 @@ DcmSequenceOfItems* collectItem(DcmItem& item, Uint16 nested, std::map<DcmTagKey
         const DcmTagKey key = element->getTag().getXTag();
         if (nested != 0 && element->ident() == EVR_SQ && key.getGroup() == 0xF215 && (key.getElement() & 0xFF) == nested)
             sequence = static_cast<DcmSequenceOfItems*>(element);
-        else
+        else if (!key.isPrivateReservation()) // the change set's own creators are not copied
             edits[key] = valueOf(element);
     }
     return sequence;
