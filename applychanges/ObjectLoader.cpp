@@ -16,6 +16,20 @@
 
 namespace {
 
+// Why an object the toolkit could read only by dropping some of its data may not be edited, or
+// empty. The toolkit keeps the first of two elements with one tag and says so in a warning; the
+// edited copy, and the comparison with it, would both lack the second.
+std::string repairedReading(const ObjectReport& parseLog)
+{
+    const std::string log = parseLog.errorText();
+    const size_t twice = log.find(" found twice in one data set or item");
+    if (twice == std::string::npos)
+        return std::string();
+    const size_t tag = log.rfind("(", twice);
+    const std::string element = tag == std::string::npos ? "an element" : "element " + log.substr(tag, twice - tag);
+    return "it holds " + element + " twice, and only the first could be kept (the edited copy would lose the second)";
+}
+
 std::string part(const std::string& path, bool directoryPart)
 {
     std::vector<char> copy(path.begin(), path.end());
@@ -147,7 +161,9 @@ void ObjectLoader::load(EditedObject& object, ObjectDirectory& directory, bool i
         err << "Error loading " << object.m_path << " [" << cond.text() << "]" << std::endl;
         return;
     }
-    const std::string refusal = m_rules.refusal(fd, opened);
+    std::string refusal = m_rules.refusal(fd, opened);
+    if (refusal.empty())
+        refusal = repairedReading(object.m_readLog);
     if (!refusal.empty())
         return object.refuse(refusal);
     // Every value must be readable before the original is replaced. A small object's file is in

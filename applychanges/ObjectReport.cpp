@@ -78,6 +78,15 @@ void ObjectReport::append(ObjectReport& other)
     other.m_pieces.clear();
 }
 
+std::string ObjectReport::errorText() const
+{
+    std::string text;
+    for (const auto& piece : m_pieces)
+        if (piece.first)
+            text += piece.second;
+    return text;
+}
+
 void ObjectReport::appendCopy(const ObjectReport& other)
 {
     for (const auto& piece : other.m_pieces)

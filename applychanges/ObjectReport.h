@@ -35,6 +35,8 @@ public:
     void discard() { m_pieces.clear(); }
     /** True when nothing is held. */
     bool empty() const { return m_pieces.empty(); }
+    /** The lines held for standard error, one after the other. */
+    std::string errorText() const;
 
 private:
     ObjectReport(const ObjectReport&) = delete;

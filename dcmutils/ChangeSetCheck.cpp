@@ -9,6 +9,7 @@
 #include "dcmtk/dcmdata/dcdicent.h"
 #include "dcmtk/dcmdata/dcsequen.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -40,6 +41,28 @@ bool fitsDictionaryVR(DcmEVR actual, DcmEVR dictionary)
 std::string refusal(const DcmTagKey& key, const char* reason)
 {
     return tagName(key) + ": " + reason;
+}
+
+// The attributes that describe the stored pixel data, which a soft edit leaves as it is.
+const DcmTagKey pixelDescription[] = {DCM_SamplesPerPixel, DCM_PhotometricInterpretation, DCM_PlanarConfiguration,
+                                      DCM_NumberOfFrames,  DCM_Rows,                      DCM_Columns,
+                                      DCM_BitsAllocated,   DCM_BitsStored,                DCM_HighBit,
+                                      DCM_PixelRepresentation};
+
+// The Type 1 identifiers every object needs a value of.
+const DcmTagKey identifiers[] = {DCM_StudyInstanceUID, DCM_SeriesInstanceUID, DCM_SOPInstanceUID, DCM_SOPClassUID};
+
+bool isOneOf(const DcmTagKey& key, const DcmTagKey* keys, size_t count)
+{
+    return std::find(keys, keys + count, key) != keys + count;
+}
+
+// Why an attribute of the change set with this value length may not be set, or empty.
+std::string valueRefusal(const DcmTagKey& key, bool empty)
+{
+    if (empty && isOneOf(key, identifiers, sizeof(identifiers) / sizeof(identifiers[0])))
+        return refusal(key, "cannot be made empty (every object needs its value)");
+    return std::string();
 }
 
 std::string vrRefusal(const DcmTagKey& key, DcmEVR vr)
@@ -93,6 +116,11 @@ bool checkLevelItem(DcmItem& item, CHANGE_LEVEL level, unsigned short nested, st
             continue;
         }
         reason = changeRefusal(obj->getTag(), obj->ident(), level);
+        if (reason.empty())
+            reason = valueRefusal(obj->getTag(), obj->getLength() == 0);
+        if (reason.empty() && obj->getTag().isPrivate() && !obj->getTag().isPrivateReservation() &&
+            !obj->getTag().getPrivateCreator())
+            reason = refusal(obj->getTag(), "private element without its private creator (it has no block to go in)");
         if (!reason.empty())
             return false;
         if (obj->ident() == EVR_SQ && !checkNestedVRs(*OFstatic_cast(DcmSequenceOfItems*, obj), reason))
@@ -128,12 +156,23 @@ bool hasDictionaryVR(const DcmTagKey& key, DcmEVR vr)
 
 std::string changeRefusal(const DcmTagKey& key, DcmEVR vr, CHANGE_LEVEL level)
 {
+    if (key.getGroup() == 0x0000)
+        return refusal(key, "command elements do not belong in a stored object");
     if (key.getGroup() == 0x0002)
         return refusal(key, "file meta information cannot be changed by a soft edit");
     if (key.getGroup() == 0x7fe0)
         return refusal(key, "pixel data cannot be changed by a soft edit");
+    if (isOneOf(key, pixelDescription, sizeof(pixelDescription) / sizeof(pixelDescription[0])))
+        return refusal(key, "describes the stored pixel data, which a soft edit leaves as it is (they would no "
+                            "longer match)");
+    if (key == DCM_SpecificCharacterSet)
+        return refusal(key, "would relabel the object's values without converting them (the KqR file's values are "
+                            "converted to each object's character set)");
     if (key == DCM_SOPInstanceUID && level != CL_INSTANCE)
         return refusal(key, "can be changed at instance level only (it would give many objects one identity)");
+    if (key == DCM_SeriesInstanceUID && level == CL_STUDY)
+        return refusal(key, "can be changed at series or instance level only (it would merge every series of the "
+                            "study into one)");
     return vrRefusal(key, vr);
 }
 
@@ -155,8 +194,28 @@ std::string assignmentRefusal(const DcmTagKey& key, const char* value, CHANGE_LE
         return reason;
     if (key.isPrivateReservation())
         return refusal(key, "private creator elements cannot be set (the KqR file's private blocks are its own)");
+    if ((key == DCM_SeriesInstanceUID && level == CL_SERIES) || (key == DCM_SOPInstanceUID && level == CL_INSTANCE))
+        return refusal(key, "is the key this level's item is matched by (changed, the item would match no object)");
+    reason = valueRefusal(key, *value == '\0');
+    if (!reason.empty())
+        return reason;
     const DcmVR vr(tag.getEVR());
-    // person names are limited per component group, which the value check below covers
+    if (vr.getEVR() == EVR_PN)
+    {
+        // each component group (alphabetic, ideographic, phonetic) of each value: 64 characters
+        size_t characters = 0;
+        for (const char* c = value;; ++c)
+        {
+            if (*c == '\\' || *c == '=' || *c == '\0')
+                characters = 0;
+            else if ((OFstatic_cast(unsigned char, *c) & 0xc0) != 0x80 && ++characters > 64)
+                return tagName(key) + ": \"" + value + "\" has a name component group longer than a PN value's " +
+                       "may be (64 characters)";
+            if (*c == '\0')
+                break;
+        }
+    }
+    // person names are limited per component group (above)
     if (vr.isaString() && vr.getEVR() != EVR_PN && vr.getMaxValueLength() < 1024)
     {
         const std::string text(value);
@@ -182,7 +241,15 @@ std::string assignmentRefusal(const DcmTagKey& key, const char* value, CHANGE_LE
     OFCondition cond = element->putString(value);
     if (cond.good())
         cond = element->checkValue();
+    const unsigned long count = element->getVM();
     delete element;
+    const DcmDataDictionary& dict = dcmDataDict.rdlock();
+    const DcmDictEntry* entry = dict.findEntry(key, nullptr);
+    const int vmMax = entry ? entry->getVMMax() : DcmVariableVM;
+    dcmDataDict.rdunlock();
+    if (cond.good() && vmMax != DcmVariableVM && count > OFstatic_cast(unsigned long, vmMax))
+        return tagName(key) + ": \"" + value + "\" has " + std::to_string(count) +
+               " values, more than the data dictionary allows (" + std::to_string(vmMax) + ")";
     if (cond.good())
         return std::string();
     return tagName(key) + ": \"" + value + "\" is not a valid " + tag.getVR().getVRName() + " value (" +

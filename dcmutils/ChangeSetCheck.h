@@ -1,7 +1,9 @@
 // Checks that refuse soft edit changes which can only damage objects, before any object is
-// touched: file meta information and pixel data elements, public attributes whose VR contradicts
-// the data dictionary, and a SOP Instance UID above instance level (it would give every object of
-// the study or series the same identity).
+// touched: command and file meta information elements, pixel data and the attributes describing
+// it, Specific Character Set, public attributes whose VR contradicts the data dictionary, empty
+// Study, Series, SOP Instance and SOP Class UIDs, private elements without their creator, a SOP
+// Instance UID above instance level (it would give every object of the study or series the same
+// identity) and a Series Instance UID at study level (it would merge the study's series).
 #ifndef DCMUTILS_CHANGESETCHECK_H
 #define DCMUTILS_CHANGESETCHECK_H
 

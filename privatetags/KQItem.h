@@ -25,6 +25,8 @@
 #include "dcmtk/ofstd/ofcond.h"
 
 #include <map>
+#include <string>
+#include <vector>
 
 /// The private tag layer's own error: module 1051, code 3840, "KQItem Private Tag Relocation Error".
 extern const OFConditionConst EC_KQPrivateTagProblem;
@@ -190,6 +192,15 @@ public:
      *  @return true when written; false (message logged, outFile not created) otherwise
      */
     static bool convertFilePrivateTags(const char* inFile, const char* outFile);
+    /** The same, and one line for each element the relocation dropped (no canonical number, or
+     *  its canonical element already present), e.g. "(f215,ba33) of legacy block BA: it has no
+     *  canonical number".
+     *  @param dropped receives the lines; owned by the caller; may be null */
+    static bool convertFilePrivateTags(const char* inFile, const char* outFile, std::vector<std::string>* dropped);
+
+    /** Makes relocateLegacyPrivateTags() add a line to dropped for every element it drops.
+     *  @param dropped owned by the caller, outlives this object; null for no lines */
+    void reportDroppedElementsTo(std::vector<std::string>* dropped) { m_dropped = dropped; }
 
     // --- state, for callers and tests ---
 
@@ -210,8 +221,13 @@ private:
     DcmTag blockTag(unsigned short e) const;
     bool calcOrLog();
     bool reserveOrLog(const char* message);
+    /* Adds the line for an element the relocation drops to the list reportDroppedElementsTo()
+     *  gave: from its key (of legacy block block, 0 for the canonical one) either for want of a
+     *  canonical number (to: the empty key) or because to is already held. */
+    void reportDropped(const DcmTagKey& from, const DcmTagKey& to, unsigned short block);
 
     DcmItem& m_item;
+    std::vector<std::string>* m_dropped = nullptr;
     unsigned short m_base;
     bool m_reserved;
     bool m_calculated;

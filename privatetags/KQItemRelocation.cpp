@@ -61,11 +61,29 @@ void kqprivate::retag(DcmObject& object, Uint16 element)
     tag.setPrivateCreator(KQ_PRIVATE_CREATOR);
 }
 
+void KQItem::reportDropped(const DcmTagKey& from, const DcmTagKey& to, unsigned short block)
+{
+    if (!m_dropped)
+        return;
+    char text[128];
+    if (to == DcmTagKey())
+        snprintf(text, sizeof(text), "%s of legacy block %02X: it has no canonical number", from.toString().c_str(),
+                 block);
+    else if (block != 0)
+        snprintf(text, sizeof(text), "%s of legacy block %02X: the item already holds %s", from.toString().c_str(),
+                 block, to.toString().c_str());
+    else
+        snprintf(text, sizeof(text), "%s: the item already holds %s", from.toString().c_str(), to.toString().c_str());
+    m_dropped->push_back(text);
+}
+
 bool KQItem::relocateLegacyPrivateTags(bool relocateCanonic)
 {
     const bool blockBA = isOldBlockOurs(LEGACY_BLOCK_BA);
     const bool blockDA = isOldBlockOurs(LEGACY_BLOCK_DA);
     DcmItem moved;
+    // where each moved element came from: its key and legacy block (0: the canonical block)
+    std::map<DcmTagKey, std::pair<DcmTagKey, unsigned short>> origin;
 
     DcmObject* obj = m_item.nextInContainer(NULL);
     while (obj != NULL)
@@ -82,12 +100,17 @@ bool KQItem::relocateLegacyPrivateTags(bool relocateCanonic)
                 if (element != NULL && findCanonic(key, canonic))
                 {
                     retag(*element, OFstatic_cast(Uint16, m_base | canonic));
+                    origin[element->getTag()] = std::make_pair(key, block);
                     if (moved.insert(element, OFFalse, OFFalse).bad())
+                    {
+                        reportDropped(key, element->getTag(), block);
                         delete element;
+                    }
                 }
                 else
                 {
                     // no canonical number: the element has no place in the current block
+                    reportDropped(key, DcmTagKey(), block);
                     delete element;
                 }
             }
@@ -97,6 +120,7 @@ bool KQItem::relocateLegacyPrivateTags(bool relocateCanonic)
                 if (element != NULL)
                 {
                     retag(*element, OFstatic_cast(Uint16, (key.getElement() & 0xFF) | m_base));
+                    origin[element->getTag()] = std::make_pair(key, 0);
                     if (moved.insert(element, OFFalse, OFFalse).bad())
                         delete element;
                 }
@@ -119,7 +143,11 @@ bool KQItem::relocateLegacyPrivateTags(bool relocateCanonic)
             DcmElement* element = moved.remove(0UL);
             // an element already present under the new tag wins; the moved one is dropped
             if (m_item.insert(element, OFFalse, OFFalse).bad())
+            {
+                const auto& from = origin[element->getTag()];
+                reportDropped(from.first, element->getTag(), from.second);
                 delete element;
+            }
         }
     }
     return true;
@@ -192,11 +220,12 @@ void KQItem::checkAndUpdateCanonicPrivateTag(DcmItem* item, DcmTag& tag)
 namespace {
 
 // Settles the block of an item and of every item nested in it, each on its own.
-void relocateTree(DcmItem* item, bool relocateCanonic)
+void relocateTree(DcmItem* item, bool relocateCanonic, std::vector<std::string>* dropped)
 {
     if (item == NULL)
         return;
     KQItem kq(*item);
+    kq.reportDroppedElementsTo(dropped);
     if (!kq.calcPrivateBlock(relocateCanonic))
         KQLog::message("Error: couldn't calculate private block");
     for (DcmObject* obj = item->nextInContainer(NULL); obj != NULL; obj = item->nextInContainer(obj))
@@ -205,7 +234,7 @@ void relocateTree(DcmItem* item, bool relocateCanonic)
             continue;
         DcmSequenceOfItems* seq = OFstatic_cast(DcmSequenceOfItems*, obj);
         for (unsigned long i = 0; i < seq->card(); ++i)
-            relocateTree(seq->getItem(i), relocateCanonic);
+            relocateTree(seq->getItem(i), relocateCanonic, dropped);
     }
 }
 
@@ -213,15 +242,20 @@ void relocateTree(DcmItem* item, bool relocateCanonic)
 
 void KQItem::handlePrivateTags(DcmItem* item)
 {
-    relocateTree(item, false);
+    relocateTree(item, false, nullptr);
 }
 
 void KQItem::handleCanonicAndOldPrivateTags(DcmItem* item)
 {
-    relocateTree(item, true);
+    relocateTree(item, true, nullptr);
 }
 
 bool KQItem::convertFilePrivateTags(const char* inFile, const char* outFile)
+{
+    return convertFilePrivateTags(inFile, outFile, nullptr);
+}
+
+bool KQItem::convertFilePrivateTags(const char* inFile, const char* outFile, std::vector<std::string>* dropped)
 {
     if (inFile == NULL || access(inFile, R_OK) != 0)
     {
@@ -237,7 +271,7 @@ bool KQItem::convertFilePrivateTags(const char* inFile, const char* outFile)
     }
     // A value that cannot be read now fails the save below, which reports it.
     file.loadAllDataIntoMemory();
-    handlePrivateTags(file.getDataset());
+    relocateTree(file.getDataset(), false, dropped);
     if (outFile == NULL || file.saveFile(outFile, EXS_Unknown, EET_ExplicitLength, EGL_recalcGL, EPD_noChange, 0, 0,
                                          EWM_createNewMeta)
                                .bad())

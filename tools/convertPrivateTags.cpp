@@ -6,6 +6,7 @@
 #include "tools/options/ProgramOptions.h"
 
 #include <cstdio>
+#include <iostream>
 #include <string>
 #include <unistd.h>
 
@@ -51,11 +52,15 @@ int main(int argc, char* argv[])
     KQDictionary::registerEntries();
 
     const std::string temporary = temporaryName(out);
-    if (!KQItem::convertFilePrivateTags(in, temporary.c_str()) || rename(temporary.c_str(), out) != 0)
+    std::vector<std::string> dropped;
+    if (!KQItem::convertFilePrivateTags(in, temporary.c_str(), &dropped) || rename(temporary.c_str(), out) != 0)
     {
         unlink(temporary.c_str());
         options.error(std::string("cannot convert ") + in + " to " + out);
         return 1;
     }
+    // nothing leaves the object without a word
+    for (const std::string& line : dropped)
+        std::cerr << "W: dropped element " << line << std::endl;
     return 0;
 }

@@ -166,8 +166,21 @@ TEST(ApplyChangesSafety, ChangeSetsThatCanOnlyDoDamageAreRefusedBeforeAnyObject)
         int level; // 0 study, 1 series, 2 instance
         std::string reason;
     };
-    DcmLongString* rowsAsLO = new DcmLongString(DcmTag(DCM_Rows, EVR_LO));
-    rowsAsLO->putString("512");
+    DcmLongString* dateAsLO = new DcmLongString(DcmTag(DCM_PatientBirthDate, EVR_LO));
+    dateAsLO->putString("19700101");
+    DcmUnsignedShort* command = new DcmUnsignedShort(DcmTag(DcmTagKey(0x0000, 0x0100), EVR_US));
+    command->putUint16(1);
+    DcmUnsignedShort* rows = new DcmUnsignedShort(DCM_Rows);
+    rows->putUint16(512);
+    DcmIntegerString* frames = new DcmIntegerString(DCM_NumberOfFrames);
+    frames->putString("2");
+    DcmUniqueIdentifier* emptyStudy = new DcmUniqueIdentifier(DCM_StudyInstanceUID);
+    DcmCodeString* charset = new DcmCodeString(DCM_SpecificCharacterSet);
+    charset->putString("ISO_IR 100");
+    DcmUniqueIdentifier* studySeries = new DcmUniqueIdentifier(DCM_SeriesInstanceUID);
+    studySeries->putString("1.2.3");
+    DcmLongString* orphan = new DcmLongString(DcmTag(DcmTagKey(0x0011, 0x1010), EVR_LO));
+    orphan->putString("no creator");
     DcmUnsignedShort* nameAsUS = new DcmUnsignedShort(DcmTag(DCM_PatientName, EVR_US));
     nameAsUS->putUint16(7);
     DcmUniqueIdentifier* meta = new DcmUniqueIdentifier(DCM_TransferSyntaxUID);
@@ -180,7 +193,24 @@ TEST(ApplyChangesSafety, ChangeSetsThatCanOnlyDoDamageAreRefusedBeforeAnyObject)
     DcmUniqueIdentifier* seriesSOP = new DcmUniqueIdentifier(DCM_SOPInstanceUID);
     seriesSOP->putString("1.2.3.4");
     const std::vector<Case> cases = {
-        {"Rows as LO", rowsAsLO, 0, "(0028,0010) Rows: VR LO contradicts the data dictionary's US"},
+        {"birth date as LO", dateAsLO, 0, "(0010,0030) PatientBirthDate: VR LO contradicts the data dictionary's DA"},
+        {"command element", command, 0, "(0000,0100) CommandField: command elements do not belong in a stored object"},
+        {"Rows", rows, 0,
+         "(0028,0010) Rows: describes the stored pixel data, which a soft edit leaves as it is (they would no longer "
+         "match)"},
+        {"Number of Frames, series", frames, 1,
+         "(0028,0008) NumberOfFrames: describes the stored pixel data, which a soft edit leaves as it is (they would "
+         "no longer match)"},
+        {"empty Study Instance UID", emptyStudy, 0,
+         "(0020,000d) StudyInstanceUID: cannot be made empty (every object needs its value)"},
+        {"Specific Character Set", charset, 1,
+         "(0008,0005) SpecificCharacterSet: would relabel the object's values without converting them (the KqR "
+         "file's values are converted to each object's character set)"},
+        {"Series Instance UID, study", studySeries, 0,
+         "(0020,000e) SeriesInstanceUID: can be changed at series or instance level only (it would merge every "
+         "series of the study into one)"},
+        {"private element without creator", orphan, 0,
+         "(0011,1010): private element without its private creator (it has no block to go in)"},
         {"PatientName as US", nameAsUS, 0, "(0010,0010) PatientName: VR US contradicts the data dictionary's PN"},
         {"meta element", meta, 0, "(0002,0010) TransferSyntaxUID: file meta information cannot be changed by a soft edit"},
         {"7FE0 element", overlay, 0, "(7fe0,0008) FloatPixelData: pixel data cannot be changed by a soft edit"},
