@@ -65,6 +65,27 @@ TEST(ConvertPrivateTagsProgram, ConvertsInPlaceOrBeside)
     EXPECT_EQ((std::vector<std::string>{"converted.dcm", "legacy.dcm"}), fixtures::listDir(dir.path()));
 }
 
+TEST(ConvertPrivateTagsProgram, EveryDroppedElementIsNamed)
+{
+    // a legacy element without canonical number, and one whose canonical element is already there
+    fixtures::TempDir dir;
+    std::unique_ptr<DcmFileFormat> file(fixtures::makeObject(fixtures::ObjectSpec()));
+    DcmDataset& ds = *file->getDataset();
+    ds.putAndInsertString(DcmTag(KQ_PRIVATE_GROUP, 0x0010, EVR_LO), KQ_PRIVATE_CREATOR);
+    ds.putAndInsertString(DcmTag(KQ_PRIVATE_GROUP, 0x1015, EVR_DA), "20000101");
+    ds.putAndInsertString(DcmTag(KQ_PRIVATE_GROUP, 0x00BA, EVR_LO), KQ_LEGACY_CREATOR);
+    ds.putAndInsertString(DcmTag(KQ_PRIVATE_GROUP, 0xBA51, EVR_DA), "20190305");
+    ds.putAndInsertString(DcmTag(KQ_PRIVATE_GROUP, 0xBAFF, EVR_LO), "no place");
+    ASSERT_TRUE(file->saveFile(dir.file("in.dcm").c_str(), EXS_LittleEndianExplicit).good());
+
+    const fixtures::RunResult r = convert({dir.file("in.dcm"), dir.file("out.dcm")});
+    EXPECT_EQ(0, r.status);
+    EXPECT_EQ("W: dropped element (f215,baff) of legacy block BA: it has no canonical number\n"
+              "W: dropped element (f215,ba51) of legacy block BA: the item already holds (f215,1015)\n",
+              r.err);
+    EXPECT_EQ("20000101", fixtures::attribute(dir.file("out.dcm"), DcmTagKey(KQ_PRIVATE_GROUP, 0x1015)));
+}
+
 TEST(ConvertPrivateTagsProgram, UsageAndFailuresLeaveEveryFileAsItWas)
 {
     fixtures::TempDir dir;

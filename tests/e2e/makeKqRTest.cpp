@@ -113,6 +113,26 @@ TEST(MakeKqR, BadArgumentsGiveOneLineAndNoFile)
                                                         "longer than a SH value may be (16 characters)\n"},
         {{"-m", "PatientName=M\xfcller", out},
          "makeKqR: the value of (0010,0010) PatientName is neither plain ASCII nor UTF-8\n"},
+        {{"-m", "(0000,0100)=1", out},
+         "makeKqR: (0000,0100) CommandField: command elements do not belong in a stored object\n"},
+        {{"-m", "BitsStored=12", out}, "makeKqR: (0028,0101) BitsStored: describes the stored pixel data, which a "
+                                       "soft edit leaves as it is (they would no longer match)\n"},
+        {{"-m", "SOPClassUID=", out},
+         "makeKqR: (0008,0016) SOPClassUID: cannot be made empty (every object needs its value)\n"},
+        {{"-m", "SeriesInstanceUID=1.2", out},
+         "makeKqR: (0020,000e) SeriesInstanceUID: can be changed at series or instance level only (it would merge "
+         "every series of the study into one)\n"},
+        {{"-S", "1.2", "-m", "SeriesInstanceUID=1.3", out},
+         "makeKqR: (0020,000e) SeriesInstanceUID: is the key this level's item is matched by (changed, the item "
+         "would match no object)\n"},
+        {{"-S", "1.2", "-I", "1.2.3", "-m", "SOPInstanceUID=1.2.4", out},
+         "makeKqR: (0008,0018) SOPInstanceUID: is the key this level's item is matched by (changed, the item would "
+         "match no object)\n"},
+        {{"-m", "PatientName=" + std::string(65, 'A'), out},
+         "makeKqR: (0010,0010) PatientName: \"" + std::string(65, 'A') +
+             "\" has a name component group longer than a PN value's may be (64 characters)\n"},
+        {{"-m", "Modality=CT\\MR", out},
+         "makeKqR: (0008,0060) Modality: \"CT\\MR\" has 2 values, more than the data dictionary allows (1)\n"},
     };
     for (const auto& c : cases)
     {
