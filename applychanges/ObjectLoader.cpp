@@ -1,5 +1,7 @@
 #include "applychanges/ObjectLoader.h"
 
+#include "dcmutils/DicomStreamScan.h"
+
 #include "applychanges/SoftEditRun.h"
 #include "dcmutils/DescriptorInputStream.h"
 #include "dcmutils/fileio.h"
@@ -129,6 +131,12 @@ void ObjectLoader::load(EditedObject& object, ObjectDirectory& directory, bool i
     // the toolkit's lines about the parse follow the "Apply ..." line, which waits for the
     // DICOMDIR rule
     ObjectReport parseLog;
+    if (cond.good())
+    {
+        // shapes the toolkit's reader would not survive (its stack, or memory) end here
+        DicomStreamScan scan;
+        cond = scan.scan(*input);
+    }
     if (cond.good())
     {
         ReportLog::Scope scope(parseLog);

@@ -8,6 +8,7 @@
 #include "applychanges/SoftEditRun.h"
 #include "applychanges/TemporaryDirectory.h"
 #include "dcmutils/DescriptorInputStream.h"
+#include "dcmutils/DicomStreamScan.h"
 #include "dcmutils/softedit.h"
 #include "privatetags/KQDictionary.h"
 #include "privatetags/KQItem.h"
@@ -67,6 +68,14 @@ bool loadKqR(const char* path, DcmFileFormat& kqr, struct stat& status)
         return false;
     }
     std::shared_ptr<InputFile> input(new InputFile(fd, S_ISREG(status.st_mode) ? status.st_size : 0));
+    DicomStreamScan scan;
+    const OFCondition shape = input->readWhole().good() ? scan.scan(*input) : OFCondition(EC_Normal);
+    if (shape.bad())
+    {
+        // the toolkit's reader would not survive it
+        std::cerr << "Refusing to read KqR file " << path << ": " << shape.text() << std::endl;
+        return false;
+    }
     if (input->readWhole().bad() || loadFileFormat(kqr, input).bad())
     {
         std::cerr << "Error loading KqR file " << path << std::endl;

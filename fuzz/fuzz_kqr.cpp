@@ -7,6 +7,7 @@
 #include "privatetags/KQItem.h"
 #include "dcmutils/ChangeSetCharset.h"
 #include "dcmutils/ChangeSetCheck.h"
+#include "dcmutils/DicomStreamScan.h"
 #include "dcmutils/softedit.h"
 
 #include "dcmtk/config/osconfig.h"
@@ -55,6 +56,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     const std::string path = kqfuzz::writeScratch("kqr", data, size);
     DcmFileFormat kqr;
+    // the shape scan runs first, as the programs run it: what it lets through must parse safely
+    if (scanDicomFile(path.c_str()).bad())
+        return 0;
     if (kqr.loadFile(path.c_str(), EXS_Unknown, EGL_noChange, DCM_MaxReadLength, ERM_autoDetect).bad() ||
         kqr.loadAllDataIntoMemory().bad())
         return 0;

@@ -1,6 +1,7 @@
 // Compares two DICOM objects attribute by attribute and, where asked, by their pixel data.
 #include "objdiff/ObjDiff.h"
 
+#include "dcmutils/DicomStreamScan.h"
 #include "dcmutils/codec/CodecRegistry.h"
 #include "objdiff/ElementText.h"
 #include "objdiff/ValueChunkReader.h"
@@ -115,7 +116,10 @@ std::ostream& ObjectComparator::trouble()
 
 bool ObjectComparator::loadObjectAndKqR(DcmFileFormat& file, const char* objectPath, const char* kqrPath)
 {
-    OFCondition status = file.loadFile(objectPath, EXS_Unknown, EGL_noChange, MAX_READ_LENGTH, ERM_autoDetect);
+    // a shape the toolkit's reader would not survive is refused before it is given the file
+    OFCondition status = scanDicomFile(objectPath);
+    if (status.good())
+        status = file.loadFile(objectPath, EXS_Unknown, EGL_noChange, MAX_READ_LENGTH, ERM_autoDetect);
     if (status.bad())
     {
         trouble() << "Error loading " << objectPath << "(" << status.text() << ")" << std::endl;
@@ -130,7 +134,9 @@ bool ObjectComparator::loadObjectAndKqR(DcmFileFormat& file, const char* objectP
         return true;
 
     DcmFileFormat kqr;
-    status = kqr.loadFile(kqrPath, EXS_Unknown, EGL_noChange, MAX_READ_LENGTH, ERM_autoDetect);
+    status = scanDicomFile(kqrPath);
+    if (status.good())
+        status = kqr.loadFile(kqrPath, EXS_Unknown, EGL_noChange, MAX_READ_LENGTH, ERM_autoDetect);
     if (status.bad())
     {
         trouble() << "Error loading " << kqrPath << "(" << status.text() << ")" << std::endl;

@@ -1,6 +1,7 @@
 // convertPrivateTags: rewrites a DICOM file with its legacy private elements moved into the
 // "KQ group A" block. The result is written beside the output under a temporary name and
 // renamed into place, so a failed run leaves no output and an existing output untouched.
+#include "dcmutils/DicomStreamScan.h"
 #include "privatetags/KQDictionary.h"
 #include "privatetags/KQItem.h"
 #include "tools/options/ProgramOptions.h"
@@ -52,6 +53,13 @@ int main(int argc, char* argv[])
     KQDictionary::registerEntries();
 
     const std::string temporary = temporaryName(out);
+    // a shape the toolkit's reader would not survive is refused before it is given the file
+    const OFCondition shape = scanDicomFile(in);
+    if (shape.bad())
+    {
+        options.error(std::string("cannot convert ") + in + ": " + shape.text());
+        return 1;
+    }
     std::vector<std::string> dropped;
     if (!KQItem::convertFilePrivateTags(in, temporary.c_str(), &dropped) || rename(temporary.c_str(), out) != 0)
     {
