@@ -24,8 +24,8 @@ template <typename Visit> bool forEachElement(DcmItem& item, Visit visit)
         if (obj->ident() == EVR_SQ)
         {
             DcmSequenceOfItems* seq = OFstatic_cast(DcmSequenceOfItems*, obj);
-            for (unsigned long i = 0; i < seq->card(); ++i)
-                if (!forEachElement(*seq->getItem(i), visit))
+            for (DcmObject* i = seq->nextInContainer(nullptr); i; i = seq->nextInContainer(i))
+                if (!forEachElement(*OFstatic_cast(DcmItem*, i), visit))
                     return false;
         }
         else if (!visit(*OFstatic_cast(DcmElement*, obj)))

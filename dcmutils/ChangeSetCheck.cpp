@@ -81,9 +81,9 @@ bool checkLevelItem(DcmItem& item, CHANGE_LEVEL level, unsigned short nested, st
 // The VR of every public attribute nested in a sequence.
 bool checkNestedVRs(DcmSequenceOfItems& seq, std::string& reason)
 {
-    for (unsigned long i = 0; i < seq.card(); ++i)
+    for (DcmObject* itemObject = seq.nextInContainer(nullptr); itemObject; itemObject = seq.nextInContainer(itemObject))
     {
-        DcmItem* item = seq.getItem(i);
+        DcmItem* item = OFstatic_cast(DcmItem*, itemObject);
         for (DcmObject* obj = item->nextInContainer(nullptr); obj; obj = item->nextInContainer(obj))
         {
             reason = vrRefusal(obj->getTag(), obj->ident());
@@ -110,8 +110,8 @@ bool checkLevelItem(DcmItem& item, CHANGE_LEVEL level, unsigned short nested, st
             DcmSequenceOfItems* seq = OFstatic_cast(DcmSequenceOfItems*, obj);
             const CHANGE_LEVEL inner = level == CL_STUDY ? CL_SERIES : CL_INSTANCE;
             const unsigned short innerNested = level == CL_STUDY ? KQ_INSTANCE_SEQUENCE : 0;
-            for (unsigned long i = 0; i < seq->card(); ++i)
-                if (!checkLevelItem(*seq->getItem(i), inner, innerNested, reason))
+            for (DcmObject* i = seq->nextInContainer(nullptr); i; i = seq->nextInContainer(i))
+                if (!checkLevelItem(*OFstatic_cast(DcmItem*, i), inner, innerNested, reason))
                     return false;
             continue;
         }

@@ -41,10 +41,10 @@ OFCondition KqRWriter::findItemByUID(DcmItem& parent, unsigned short sequence, c
     DcmSequenceOfItems* seq = nullptr;
     if (kq.findAndGetKQSequence(sequence, seq).good() && seq)
     {
-        for (unsigned long i = 0; i < seq->card(); ++i)
+        for (DcmObject* obj = seq->nextInContainer(nullptr); obj; obj = seq->nextInContainer(obj))
         {
             const char* value = nullptr;
-            DcmItem* candidate = seq->getItem(i);
+            DcmItem* candidate = OFstatic_cast(DcmItem*, obj);
             if (candidate->findAndGetString(uidKey, value).good() && value && strcmp(value, uid) == 0)
             {
                 item = candidate;

@@ -96,9 +96,8 @@ void copyItem(DcmItem* src, DcmSequenceOfItems* seq)
     if (src == NULL || seq == NULL)
         return;
     DcmItem* copy = new DcmItem();
-    const unsigned long count = src->card();
-    for (unsigned long i = 0; i < count; ++i)
-        copyElementToItem(src->getElement(i), copy, false);
+    for (DcmObject* obj = src->nextInContainer(NULL); obj != NULL; obj = src->nextInContainer(obj))
+        copyElementToItem(OFstatic_cast(DcmElement*, obj), copy, false);
     if (seq->append(copy).bad())
         delete copy;
 }
@@ -108,9 +107,8 @@ void passSequenceElement(DcmSequenceOfItems* seq, DcmItem* item)
     if (seq == NULL || item == NULL)
         return;
     DcmSequenceOfItems* copy = new DcmSequenceOfItems(seq->getTag());
-    const unsigned long count = seq->card();
-    for (unsigned long i = 0; i < count; ++i)
-        copyItem(seq->getItem(i), copy);
+    for (DcmObject* obj = seq->nextInContainer(NULL); obj != NULL; obj = seq->nextInContainer(obj))
+        copyItem(OFstatic_cast(DcmItem*, obj), copy);
     if (item->insert(copy, false).bad())
         delete copy;
 }

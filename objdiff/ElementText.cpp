@@ -140,14 +140,13 @@ std::string binaryText(DcmOtherByteOtherWord* element)
 std::string itemText(DcmItem* item)
 {
     std::string text = "{";
-    const unsigned long count = item->card();
-    for (unsigned long i = 0; i < count; ++i)
+    bool first = true;
+    for (DcmObject* obj = item->nextInContainer(NULL); obj != NULL; obj = item->nextInContainer(obj))
     {
-        DcmElement* element = item->getElement(i);
-        if (element == NULL)
-            continue;
-        if (i > 0)
+        DcmElement* element = OFstatic_cast(DcmElement*, obj);
+        if (!first)
             text += "; ";
+        first = false;
         text += tagText(element->getTag());
         text += " ";
         text += elementText(element);
@@ -162,12 +161,11 @@ std::string pixelSequenceText(DcmPixelSequence* sequence)
     if (count == 0)
         return EMPTY_VALUE;
     std::string text = "Pixel Sequence with " + std::to_string(count) + (count == 1 ? " item:" : " items:");
-    for (unsigned long i = 0; i < count; ++i)
+    unsigned long i = 0;
+    for (DcmObject* obj = sequence->nextInContainer(NULL); obj != NULL; obj = sequence->nextInContainer(obj))
     {
-        DcmPixelItem* item = NULL;
-        text += " Item " + std::to_string(i + 1) + " {";
-        if (sequence->getItem(item, i).good() && item != NULL)
-            text += binaryText(item);
+        text += " Item " + std::to_string(++i) + " {";
+        text += binaryText(OFstatic_cast(DcmPixelItem*, obj));
         text += "}";
     }
     return text;
@@ -179,11 +177,11 @@ std::string sequenceText(DcmSequenceOfItems* sequence)
     if (count == 0)
         return EMPTY_VALUE;
     std::string text = "Sequence with " + std::to_string(count) + (count == 1 ? " item:" : " items:");
-    for (unsigned long i = 0; i < count; ++i)
+    unsigned long i = 0;
+    for (DcmObject* obj = sequence->nextInContainer(NULL); obj != NULL; obj = sequence->nextInContainer(obj))
     {
-        text += " Item " + std::to_string(i + 1) + " ";
-        DcmItem* item = sequence->getItem(i);
-        text += item ? itemText(item) : std::string("{}");
+        text += " Item " + std::to_string(++i) + " ";
+        text += itemText(OFstatic_cast(DcmItem*, obj));
     }
     return text;
 }

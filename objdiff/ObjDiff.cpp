@@ -35,14 +35,10 @@ std::vector<DcmElement*> sortedElements(DcmDataset* dataset)
     std::vector<DcmElement*> elements;
     if (dataset == NULL)
         return elements;
-    const unsigned long count = dataset->card();
-    elements.reserve(count);
-    for (unsigned long i = 0; i < count; ++i)
-    {
-        DcmElement* element = dataset->getElement(i);
-        if (element != NULL)
-            elements.push_back(element);
-    }
+    elements.reserve(dataset->card());
+    // the container's own iteration: fetching element i by number walks the list from its start
+    for (DcmObject* obj = dataset->nextInContainer(NULL); obj != NULL; obj = dataset->nextInContainer(obj))
+        elements.push_back(OFstatic_cast(DcmElement*, obj));
     std::stable_sort(elements.begin(), elements.end(), [](DcmElement* a, DcmElement* b) {
         return OFstatic_cast(const DcmTagKey&, a->getTag()) < OFstatic_cast(const DcmTagKey&, b->getTag());
     });

@@ -24,11 +24,9 @@ OFCondition searchSubItems(DcmItem& item, Lookup lookup)
         if (obj->ident() != EVR_SQ)
             continue;
         DcmSequenceOfItems* seq = OFstatic_cast(DcmSequenceOfItems*, obj);
-        for (unsigned long i = 0; i < seq->card(); ++i)
+        for (DcmObject* entry = seq->nextInContainer(NULL); entry != NULL; entry = seq->nextInContainer(entry))
         {
-            DcmItem* sub = seq->getItem(i);
-            if (sub == NULL)
-                continue;
+            DcmItem* sub = OFstatic_cast(DcmItem*, entry);
             KQItem subItem(*sub);
             OFCondition cond = lookup(subItem);
             if (cond != EC_TagNotFound)
@@ -368,8 +366,8 @@ OFCondition KQItem::copyPrivateElement(DcmElement& source, bool replaceOld)
     if (clone->ident() == EVR_SQ)
     {
         DcmSequenceOfItems* seq = OFstatic_cast(DcmSequenceOfItems*, clone);
-        for (unsigned long i = 0; i < seq->card(); ++i)
-            handlePrivateTags(seq->getItem(i));
+        for (DcmObject* obj = seq->nextInContainer(NULL); obj != NULL; obj = seq->nextInContainer(obj))
+            handlePrivateTags(OFstatic_cast(DcmItem*, obj));
     }
     return EC_Normal;
 }

@@ -233,8 +233,8 @@ void relocateTree(DcmItem* item, bool relocateCanonic, std::vector<std::string>*
         if (obj->ident() != EVR_SQ)
             continue;
         DcmSequenceOfItems* seq = OFstatic_cast(DcmSequenceOfItems*, obj);
-        for (unsigned long i = 0; i < seq->card(); ++i)
-            relocateTree(seq->getItem(i), relocateCanonic, dropped);
+        for (DcmObject* i = seq->nextInContainer(NULL); i != NULL; i = seq->nextInContainer(i))
+            relocateTree(OFstatic_cast(DcmItem*, i), relocateCanonic, dropped);
     }
 }
 
