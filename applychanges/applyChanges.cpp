@@ -2,6 +2,7 @@
 // object of a study directory. Each object is changed in memory, written to a temporary file,
 // verified attribute by attribute against the original and only then put in its place.
 
+#include "applychanges/KqRFile.h"
 #include "applychanges/ObjectReport.h"
 #include "applychanges/ObjectRules.h"
 #include "applychanges/RunSignals.h"
@@ -40,56 +41,6 @@ int printUsage(int status)
     return status;
 }
 
-namespace {
-
-// Loads the KqR file whole through one descriptor; a FIFO or device is refused unopened (opening
-// or reading it could block or never end). The status is that of the file read.
-bool loadKqR(const char* path, DcmFileFormat& kqr, struct stat& status)
-{
-    if (stat(path, &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))
-    {
-        std::cerr << "Refusing to read KqR file " << path << ": it is not a regular file (" << fileKind(status)
-                  << ")" << std::endl;
-        return false;
-    }
-    const int fd = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0 || fstat(fd, &status) != 0)
-    {
-        if (fd >= 0)
-            close(fd);
-        std::cerr << "Error loading KqR file " << path << std::endl;
-        return false;
-    }
-    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))
-    {
-        close(fd);
-        std::cerr << "Refusing to read KqR file " << path << ": it is not a regular file (" << fileKind(status)
-                  << ")" << std::endl;
-        return false;
-    }
-    std::shared_ptr<InputFile> input(new InputFile(fd, S_ISREG(status.st_mode) ? status.st_size : 0));
-    DicomStreamScan scan;
-    const OFCondition shape = input->readWhole().good() ? scan.scan(*input) : OFCondition(EC_Normal);
-    if (shape.bad())
-    {
-        // the toolkit's reader would not survive it
-        std::cerr << "Refusing to read KqR file " << path << ": " << shape.text() << std::endl;
-        return false;
-    }
-    if (input->readWhole().bad() || loadFileFormat(kqr, input).bad())
-    {
-        std::cerr << "Error loading KqR file " << path << std::endl;
-        return false;
-    }
-    if (kqr.loadAllDataIntoMemory().bad())
-    {
-        std::cerr << "Error reading KqR file " << path << std::endl;
-        return false;
-    }
-    return true;
-}
-
-} // namespace
 
 int main(int argc, char** argv)
 {
@@ -147,7 +98,7 @@ int main(int argc, char** argv)
 
     DcmFileFormat kqr;
     struct stat kqrStatus;
-    if (!loadKqR(kqrFile, kqr, kqrStatus))
+    if (!loadKqRFile(kqrFile, kqr, kqrStatus, std::cerr))
         return 1;
     DcmDataset& changes = *kqr.getDataset();
     DcmItem* changeItem = nullptr;

@@ -4,7 +4,7 @@
 # found by dpkg-shlibdeps.
 include(GNUInstallDirs)
 
-foreach(target applyChanges makeKqR_tool convertPrivateTags_tool objdiff_tool transcode_tool gwav_tool)
+foreach(target applyChanges makeKqR_tool convertPrivateTags_tool objdiff_tool transcode_tool gwav_tool previewChanges_tool)
   if(TARGET ${target})
     install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     get_target_property(program ${target} OUTPUT_NAME)

@@ -32,7 +32,8 @@ OFLogger programLogger(const std::string& name)
 
 } // namespace
 
-ProgramOptions::ProgramOptions(const char* name, const char* description, OFLogger::LogLevel defaultLevel)
+ProgramOptions::ProgramOptions(const char* name, const char* description, OFLogger::LogLevel defaultLevel,
+                               bool shortDebug)
 : m_name(name)
 , m_description(description)
 , m_application(name, description)
@@ -46,7 +47,18 @@ ProgramOptions::ProgramOptions(const char* name, const char* description, OFLogg
     m_commandLine.addGroup("general options:", LONGCOL, SHORTCOL + 2);
     m_commandLine.addOption("--help", "-h", "print this help text and exit", OFCommandLine::AF_Exclusive);
     m_commandLine.addOption("--version", "print version information and exit", OFCommandLine::AF_Exclusive);
-    OFLog::addOptions(m_commandLine);
+    if (shortDebug)
+    {
+        OFLog::addOptions(m_commandLine);
+        return;
+    }
+    // the toolkit's logger options, by the long names its configuration looks for, without -d
+    m_commandLine.addOption("--quiet", "-q", "quiet mode, print no warnings and errors");
+    m_commandLine.addOption("--verbose", "-v", "verbose mode, print processing details");
+    m_commandLine.addOption("--debug", "debug mode, print debug information");
+    m_commandLine.addOption("--log-level", "-ll", 1, "[l]evel: string constant",
+                            "(fatal, error, warn, info, debug, trace)\nuse level l for the logger");
+    m_commandLine.addOption("--log-config", "-lc", 1, "[f]ilename: string", "use config file f for the logger");
 }
 
 bool ProgramOptions::parse(int argc, char* argv[], int& exitStatus)

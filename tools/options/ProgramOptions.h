@@ -24,8 +24,10 @@ public:
 
     /// Sets up the command line of the program called name, described in one line by description,
     /// with the general options group. defaultLevel is the level of DCMTK's loggers when none of
-    /// -q, -v, -d, -ll or -lc is given.
-    ProgramOptions(const char* name, const char* description, OFLogger::LogLevel defaultLevel);
+    /// -q, -v, -d, -ll or -lc is given. With shortDebug false, --debug has no short form, so that
+    /// the program may give -d another meaning.
+    ProgramOptions(const char* name, const char* description, OFLogger::LogLevel defaultLevel,
+                   bool shortDebug = true);
 
     /// The command line, to which the program adds its parameters and option groups; owned here.
     OFCommandLine& commandLine() { return m_commandLine; }
