@@ -5,7 +5,7 @@ KQ_PACKAGES=(
   build-essential cmake ninja-build pkg-config
   libdcmtk-dev dcmtk libopenjp2-7-dev libopenjp2-tools
   libgtest-dev libgmock-dev libbenchmark-dev
-  libacl1-dev libattr1-dev acl attr zlib1g-dev
+  libacl1-dev libattr1-dev acl attr zlib1g-dev nlohmann-json3-dev
   python3-pydicom python3-numpy libgdcm-tools dicom3tools strace parallel
 )
 # Only the fuzz step (scripts/fuzz.sh) needs these: clang with its libFuzzer and sanitizer runtimes.
