@@ -1,7 +1,13 @@
 // makeBenchData: writes the benchmark's objects, the same bytes on every run.
 //
 //   makeBenchData study <dir> <images>        CT images of 512x512 16-bit samples, IM0001...
+//   makeBenchData small <dir> <images>        small images of 128x150 16-bit samples (40 KB)
+//   makeBenchData mixed <dir> <images>        small images, every tenth a 512x512 CT, and one
+//                                             multi-frame object of 40 frames (20 MB)
 //   makeBenchData multiframe <file> <frames>  one multi-frame object of 512x512 16-bit frames
+//   makeBenchData encapsulated <file> <MiB>   one object of that many MiB of encapsulated
+//                                             fragments (1 MiB each, deterministic bytes that no
+//                                             run decodes), written piece by piece
 //
 // The CT images carry the attributes an archive typically holds (patient, study, series,
 // equipment, geometry, a few sequences), so that per-attribute costs weigh as they do in
@@ -20,8 +26,8 @@
 
 namespace {
 
-const unsigned short ROWS = 512;
-const unsigned short COLUMNS = 512;
+unsigned short ROWS = 512;
+unsigned short COLUMNS = 512;
 const char* const UID_ROOT = "1.2.826.0.1.3680043.2.1125.9";
 const int SERIES_COUNT = 3;
 
@@ -229,9 +235,74 @@ int writeMultiframe(const std::string& path, unsigned long frames)
     return save(file, path) ? 0 : 1;
 }
 
+// A study of small images; with mixed, every tenth is a full CT image and one multi-frame object
+// of 40 frames goes with them.
+int writeSmallStudy(const std::string& dir, int images, bool mixed)
+{
+    for (int i = 1; i <= images; ++i)
+    {
+        const bool large = mixed && i % 10 == 0;
+        ROWS = large ? 512 : 150;
+        COLUMNS = large ? 512 : 128;
+        const std::string one = dir + ".one";
+        if (writeStudy(one, 1) != 0)
+            return 1;
+        char name[32];
+        snprintf(name, sizeof(name), "/IM%04d", i);
+        DcmFileFormat file;
+        if (file.loadFile((one + "/IM0001").c_str()).bad())
+            return 1;
+        DcmDataset& ds = *file.getDataset();
+        putString(ds, DCM_SOPInstanceUID, uid("5." + std::to_string(i)));
+        putString(ds, DCM_InstanceNumber, std::to_string(i));
+        if (!save(file, dir + name))
+            return 1;
+        remove((one + "/IM0001").c_str());
+        rmdir(one.c_str());
+    }
+    ROWS = COLUMNS = 512;
+    return mixed ? writeMultiframe(dir + "/MF0001", 40) : 0;
+}
+
+// An encapsulated object written piece by piece: its attributes through the toolkit, then the
+// pixel data element of undefined length, an empty offset table and one fragment per MiB.
+int writeEncapsulated(const std::string& path, unsigned long mebibytes)
+{
+    DcmFileFormat file;
+    DcmDataset& ds = *file.getDataset();
+    putCommon(ds, UID_MultiframeGrayscaleWordSecondaryCaptureImageStorage, uid("6.1"), uid("2.6"), 6, 1);
+    putString(ds, DCM_NumberOfFrames, std::to_string(mebibytes));
+    if (file.saveFile(path.c_str(), EXS_JPEG2000LosslessOnly).bad())
+    {
+        fprintf(stderr, "makeBenchData: cannot write %s\n", path.c_str());
+        return 1;
+    }
+    FILE* out = fopen(path.c_str(), "ab");
+    if (!out)
+        return 1;
+    const unsigned char header[] = {0xe0, 0x7f, 0x10, 0x00, 'O', 'B', 0, 0, 0xff, 0xff, 0xff, 0xff,
+                                    0xfe, 0xff, 0x00, 0xe0, 0, 0, 0, 0};
+    bool ok = fwrite(header, 1, sizeof(header), out) == sizeof(header);
+    const Uint32 fragment = 1u << 20;
+    std::string bytes(fragment, '\0');
+    Noise noise(7);
+    for (unsigned long f = 0; ok && f < mebibytes; ++f)
+    {
+        for (size_t i = 0; i < bytes.size(); i += 2)
+            bytes[i] = char(noise.next());
+        const unsigned char item[] = {0xfe, 0xff, 0x00, 0xe0, Uint8(fragment), Uint8(fragment >> 8),
+                                      Uint8(fragment >> 16), Uint8(fragment >> 24)};
+        ok = fwrite(item, 1, sizeof(item), out) == sizeof(item) && fwrite(bytes.data(), 1, fragment, out) == fragment;
+    }
+    const unsigned char end[] = {0xfe, 0xff, 0xdd, 0xe0, 0, 0, 0, 0};
+    ok = ok && fwrite(end, 1, sizeof(end), out) == sizeof(end);
+    return fclose(out) == 0 && ok ? 0 : 1;
+}
+
 int usage()
 {
-    fprintf(stderr, "makeBenchData study <dir> <images> | makeBenchData multiframe <file> <frames>\n");
+    fprintf(stderr, "makeBenchData { study | small | mixed } <dir> <images>\n"
+                    "makeBenchData multiframe <file> <frames> | makeBenchData encapsulated <file> <MiB>\n");
     return 1;
 }
 
@@ -246,6 +317,11 @@ int main(int argc, char** argv)
         return usage();
     if (strcmp(argv[1], "study") == 0)
         return writeStudy(argv[2], int(count));
+    if (strcmp(argv[1], "small") == 0 || strcmp(argv[1], "mixed") == 0)
+        return mkdir(argv[2], 0755) == 0 || errno == EEXIST ? writeSmallStudy(argv[2], int(count), argv[1][0] == 'm')
+                                                            : 1;
+    if (strcmp(argv[1], "encapsulated") == 0)
+        return writeEncapsulated(argv[2], OFstatic_cast(unsigned long, count));
     if (strcmp(argv[1], "multiframe") == 0)
         return writeMultiframe(argv[2], OFstatic_cast(unsigned long, count));
     return usage();
