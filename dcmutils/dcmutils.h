@@ -137,17 +137,6 @@ DcmFileFormat* readOrCreateDicomFile(const char* path);
  */
 bool writeDicomFile(const char* path, DcmFileFormat* file);
 
-/** DcmFileFormat::saveFile() with the same parameters, except that the file is flushed and
- *  synced to disk before it is closed, so that a write that fails late (full disk, file size
- *  limit) is reported rather than leaving a silently truncated file; saveFile() loses a failure
- *  of its final flush. A partly written file is left in place.
- *  @return EC_Normal when every byte is on disk; otherwise DCMTK's condition, or one whose
- *    text is the system's error text ("File too large", "No space left on device", ...)
- */
-OFCondition saveFileSynced(DcmFileFormat& file, const char* path, E_TransferSyntax xfer, E_EncodingType encoding,
-                           E_GrpLenEncoding groupLength, E_PaddingEncoding padding, Uint32 padLength,
-                           Uint32 subPadLength, E_FileWriteMode writeMode);
-
 /** Flushes a directory to stable storage; without it a rename done in it may be lost on a
  *  power failure although the renamed file's content is on disk.
  *  @return true on success and where the file system cannot sync directories (EINVAL, EROFS)

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 
 OFCondition systemError(int error)
@@ -96,6 +97,54 @@ OFCondition writeAll(int fd, const char* data, size_t size)
         if (n <= 0)
             return systemError(n < 0 ? errno : ENOSPC);
         written += n;
+    }
+    return EC_Normal;
+}
+
+std::string temporaryNameBeside(const std::string& path, const std::string& prefix)
+{
+    const std::string::size_type slash = path.rfind('/');
+    const std::string dir = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+    std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+    const std::string head = "." + prefix + std::to_string(getpid()) + ".";
+    static unsigned counter = 0;
+    if (head.size() + name.size() > NAME_MAX)
+        name = std::to_string(++counter) + "." + name.substr(0, NAME_MAX - head.size() - 12);
+    return dir + head + name;
+}
+
+OFCondition replaceFile(const std::string& path, const std::string& temporary,
+                        const std::function<OFCondition(int fd)>& content, REPLACE_STEP& failed)
+{
+    failed = RS_WRITE;
+    int fd = -1;
+    OFCondition status = createNewFile(temporary.c_str(), fd);
+    if (status.good())
+        status = content(fd);
+    // the content must be on disk before the rename makes it the target
+    if (status.good() && fsync(fd) != 0)
+        status = systemError(errno);
+    if (fd >= 0 && close(fd) != 0 && status.good())
+        status = systemError(errno);
+    if (status.good() && rename(temporary.c_str(), path.c_str()) != 0)
+    {
+        status = systemError(errno);
+        failed = RS_RENAME;
+    }
+    if (status.bad())
+    {
+        unlink(temporary.c_str());
+        return status;
+    }
+    failed = RS_DONE;
+    // the target is wholly replaced now; the directory sync only makes the rename durable
+    const std::string::size_type slash = path.rfind('/');
+    const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+    const int dirFd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dirFd >= 0)
+    {
+        syncDirectoryDescriptor(dirFd);
+        close(dirFd);
     }
     return EC_Normal;
 }

@@ -9,6 +9,7 @@
 #include "dcmtk/config/osconfig.h"
 #include "dcmtk/dcmdata/dcfilefo.h"
 
+#include <functional>
 #include <string>
 
 /** A condition carrying the system's text for an errno value (EIO for 0). */
@@ -45,6 +46,32 @@ OFCondition writeFileFormat(DcmFileFormat& file, int fd, E_TransferSyntax xfer, 
 OFCondition encodeFileFormat(DcmFileFormat& file, ByteBuffer& bytes, E_TransferSyntax xfer,
                              E_EncodingType encoding, E_GrpLenEncoding groupLength, E_PaddingEncoding padding,
                              Uint32 padLength, Uint32 subPadLength, E_FileWriteMode writeMode);
+
+/** The temporary name beside path for a program's output: "<dir>/.<prefix><pid>.<name>", the
+ *  name shortened (and a counter added) where it would pass the file system's name limit. */
+std::string temporaryNameBeside(const std::string& path, const std::string& prefix);
+
+/// Where replaceFile() failed.
+enum REPLACE_STEP
+{
+    /// making or writing the temporary file (content's condition, or the sync's)
+    RS_WRITE,
+    /// renaming it over the target
+    RS_RENAME,
+    /// nothing failed
+    RS_DONE
+};
+
+/** The one way the programs write an output: a new temporary file (createNewFile: never through
+ *  a link), filled by content, synced and closed, renamed over path, the directory synced. A
+ *  reader sees the old file or the new one whole; a failure removes the temporary file and leaves
+ *  path as it was.
+ *  @param temporary the temporary file's path, beside path (see temporaryNameBeside())
+ *  @param content writes the file onto the descriptor it is given (not closed there)
+ *  @param failed set to the step that failed, RS_DONE on success
+ *  @return EC_Normal, content's condition or a condition with the system's error text */
+OFCondition replaceFile(const std::string& path, const std::string& temporary,
+                        const std::function<OFCondition(int fd)>& content, REPLACE_STEP& failed);
 
 /** Writes size bytes of data to fd, resuming after short writes.
  *  @return EC_Normal, or a condition with the system's error text */

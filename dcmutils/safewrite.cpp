@@ -73,39 +73,18 @@ bool writeDicomFile(const char* path, DcmFileFormat* file)
     if (xfer == EXS_Unknown)
         xfer = EXS_LittleEndianExplicit;
 
-    // The content must be on disk before the rename makes it the target.
-    OFCondition status = saveFileSynced(*file, temporary.c_str(), xfer, EET_ExplicitLength, EGL_recalcGL,
-                                        EPD_noChange, 0, 0, EWM_createNewMeta);
-    if (status.bad())
-    {
+    REPLACE_STEP failed = RS_DONE;
+    const OFCondition status = replaceFile(
+        path, temporary,
+        [&](int fd) {
+            return writeFileFormat(*file, fd, xfer, EET_ExplicitLength, EGL_recalcGL, EPD_noChange, 0, 0,
+                                   EWM_createNewMeta);
+        },
+        failed);
+    if (failed == RS_WRITE)
         errmsg("writeDicomFile", "error writing temporary file: %s: %s", temporary.c_str(), status.text());
-        unlink(temporary.c_str());
-        return false;
-    }
-    if (rename(temporary.c_str(), path) != 0)
-    {
+    else if (failed == RS_RENAME)
         errmsg("writeDicomFile", "error moving temporary file %s to %s", temporary.c_str(), path);
-        unlink(temporary.c_str());
-        return false;
-    }
-    // The target is wholly replaced now; the directory sync only makes the rename durable.
-    std::vector<char> copy(path, path + strlen(path) + 1);
-    syncDirectory(dirname(copy.data()));
-    return true;
+    return status.good();
 }
 
-OFCondition saveFileSynced(DcmFileFormat& file, const char* path, E_TransferSyntax xfer, E_EncodingType encoding,
-                           E_GrpLenEncoding groupLength, E_PaddingEncoding padding, Uint32 padLength,
-                           Uint32 subPadLength, E_FileWriteMode writeMode)
-{
-    // created new, never through a link; a write that fails late shows in the status
-    int fd = -1;
-    OFCondition status = createNewFile(path, fd);
-    if (status.good())
-        status = writeFileFormat(file, fd, xfer, encoding, groupLength, padding, padLength, subPadLength, writeMode);
-    if (status.good() && fsync(fd) != 0)
-        status = systemError(errno);
-    if (fd >= 0)
-        close(fd);
-    return status;
-}

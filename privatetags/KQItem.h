@@ -185,6 +185,11 @@ public:
     static void checkAndUpdateCanonicPrivateTag(DcmItem* item, DcmTag& tag);
     /// Settles the block, moving legacy elements, in the item and in every nested item.
     static void handlePrivateTags(DcmItem* item);
+    /** The same, and one line for each element the relocation dropped (no canonical number, or
+     *  its canonical element already present), e.g. "(f215,ba33) of legacy block BA: it has no
+     *  canonical number".
+     *  @param dropped receives the lines; owned by the caller; may be null */
+    static void handlePrivateTags(DcmItem* item, std::vector<std::string>* dropped);
     /// The same, moving the elements of the canonical block 10 as well.
     static void handleCanonicAndOldPrivateTags(DcmItem* item);
     /** Rewrites a file with its legacy private elements relocated in every item: the transfer
@@ -192,12 +197,6 @@ public:
      *  @return true when written; false (message logged, outFile not created) otherwise
      */
     static bool convertFilePrivateTags(const char* inFile, const char* outFile);
-    /** The same, and one line for each element the relocation dropped (no canonical number, or
-     *  its canonical element already present), e.g. "(f215,ba33) of legacy block BA: it has no
-     *  canonical number".
-     *  @param dropped receives the lines; owned by the caller; may be null */
-    static bool convertFilePrivateTags(const char* inFile, const char* outFile, std::vector<std::string>* dropped);
-
     /** Makes relocateLegacyPrivateTags() add a line to dropped for every element it drops.
      *  @param dropped owned by the caller, outlives this object; null for no lines */
     void reportDroppedElementsTo(std::vector<std::string>* dropped) { m_dropped = dropped; }

@@ -245,17 +245,17 @@ void KQItem::handlePrivateTags(DcmItem* item)
     relocateTree(item, false, nullptr);
 }
 
+void KQItem::handlePrivateTags(DcmItem* item, std::vector<std::string>* dropped)
+{
+    relocateTree(item, false, dropped);
+}
+
 void KQItem::handleCanonicAndOldPrivateTags(DcmItem* item)
 {
     relocateTree(item, true, nullptr);
 }
 
 bool KQItem::convertFilePrivateTags(const char* inFile, const char* outFile)
-{
-    return convertFilePrivateTags(inFile, outFile, nullptr);
-}
-
-bool KQItem::convertFilePrivateTags(const char* inFile, const char* outFile, std::vector<std::string>* dropped)
 {
     if (inFile == NULL || access(inFile, R_OK) != 0)
     {
@@ -271,7 +271,7 @@ bool KQItem::convertFilePrivateTags(const char* inFile, const char* outFile, std
     }
     // A value that cannot be read now fails the save below, which reports it.
     file.loadAllDataIntoMemory();
-    relocateTree(file.getDataset(), false, dropped);
+    handlePrivateTags(file.getDataset());
     if (outFile == NULL || file.saveFile(outFile, EXS_Unknown, EET_ExplicitLength, EGL_recalcGL, EPD_noChange, 0, 0,
                                          EWM_createNewMeta)
                                .bad())

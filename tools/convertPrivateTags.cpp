@@ -2,6 +2,7 @@
 // "KQ group A" block. The result is written beside the output under a temporary name and
 // renamed into place, so a failed run leaves no output and an existing output untouched.
 #include "dcmutils/DicomStreamScan.h"
+#include "dcmutils/fileio.h"
 #include "privatetags/KQDictionary.h"
 #include "privatetags/KQItem.h"
 #include "tools/options/ProgramOptions.h"
@@ -13,16 +14,8 @@
 
 namespace {
 
+// also the prefix of the temporary name beside the output: <dir>/.convertPrivateTags<pid>.<name>
 const char* const programName = "convertPrivateTags";
-
-// Temporary name in the directory of the output: <dir>/.convertPrivateTags<pid>.<name>
-std::string temporaryName(const std::string& out)
-{
-    const std::string::size_type slash = out.rfind('/');
-    const std::string dir = slash == std::string::npos ? std::string() : out.substr(0, slash + 1);
-    const std::string name = slash == std::string::npos ? out : out.substr(slash + 1);
-    return dir + "." + programName + std::to_string(getpid()) + "." + name;
-}
 
 } // namespace
 
@@ -52,18 +45,37 @@ int main(int argc, char* argv[])
 
     KQDictionary::registerEntries();
 
-    const std::string temporary = temporaryName(out);
     // a shape the toolkit's reader would not survive is refused before it is given the file
-    const OFCondition shape = scanDicomFile(in);
-    if (shape.bad())
+    OFCondition cond = scanDicomFile(in);
+    if (cond.bad())
     {
-        options.error(std::string("cannot convert ") + in + ": " + shape.text());
+        options.error(std::string("cannot convert ") + in + ": " + cond.text());
+        return 1;
+    }
+    DcmFileFormat file;
+    cond = file.loadFile(in, EXS_Unknown, EGL_noChange, DCM_MaxReadLength, ERM_autoDetect);
+    if (cond.good())
+        cond = file.loadAllDataIntoMemory();
+    if (cond.bad())
+    {
+        options.error(std::string("cannot convert ") + in + " to " + out);
         return 1;
     }
     std::vector<std::string> dropped;
-    if (!KQItem::convertFilePrivateTags(in, temporary.c_str(), &dropped) || rename(temporary.c_str(), out) != 0)
+    KQItem::handlePrivateTags(file.getDataset(), &dropped);
+    E_TransferSyntax xfer = file.getDataset()->getOriginalXfer();
+    if (xfer == EXS_Unknown)
+        xfer = EXS_LittleEndianExplicit;
+    REPLACE_STEP failed = RS_DONE;
+    cond = replaceFile(
+        out, temporaryNameBeside(out, programName),
+        [&](int fd) {
+            return writeFileFormat(file, fd, xfer, EET_ExplicitLength, EGL_recalcGL, EPD_noChange, 0, 0,
+                                   EWM_createNewMeta);
+        },
+        failed);
+    if (cond.bad())
     {
-        unlink(temporary.c_str());
         options.error(std::string("cannot convert ") + in + " to " + out);
         return 1;
     }

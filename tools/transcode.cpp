@@ -5,6 +5,7 @@
 // finished one survives a crash.
 #include "dcmutils/codec/Transcoder.h"
 #include "dcmutils/dcmutils.h"
+#include "dcmutils/fileio.h"
 #include "privatetags/KQDictionary.h"
 #include "tools/options/ProgramOptions.h"
 
@@ -57,23 +58,14 @@ std::string helpEpilogue()
            "  transcode -x 1.2.840.10008.1.2.4.80 in.dcm out.dcm   (JPEG-LS Lossless)\n";
 }
 
-// Temporary name in the directory of the output: <dir>/.transcode<pid>.<name>
-std::string temporaryName(const std::string& out)
-{
-    const std::string::size_type slash = out.rfind('/');
-    const std::string dir = slash == std::string::npos ? std::string() : out.substr(0, slash + 1);
-    const std::string name = slash == std::string::npos ? out : out.substr(slash + 1);
-    return dir + "." + programName + std::to_string(getpid()) + "." + name;
-}
-
 int fail(const std::string& message, const OFCondition& cond = EC_Normal)
 {
     options->error(cond.bad() ? message + " [" + cond.text() + "]" : message);
     return 1;
 }
 
-// Re-encodes the loaded file into xfer and writes it to temporary, the stand-in for out.
-int transcode(DcmFileFormat& file, const char* in, const char* out, E_TransferSyntax xfer, const std::string& temporary)
+// Re-encodes the loaded file into xfer and writes it in place of out.
+int transcode(DcmFileFormat& file, const char* in, const char* out, E_TransferSyntax xfer)
 {
     DcmDataset* dataset = file.getDataset();
     const E_TransferSyntax original = dataset->getOriginalXfer();
@@ -101,14 +93,19 @@ int transcode(DcmFileFormat& file, const char* in, const char* out, E_TransferSy
     if (cond.bad())
         return fail(cannot, cond);
 
-    // created new (never written through a link) and on disk before the rename makes it the output
-    cond = saveFileSynced(file, temporary.c_str(), xfer, EET_ExplicitLength, EGL_recalcGL, EPD_noChange, 0, 0,
-                          EWM_fileformat);
+    const std::string temporary = temporaryNameBeside(out, programName);
+    REPLACE_STEP failed = RS_DONE;
+    cond = replaceFile(
+        out, temporary,
+        [&](int fd) {
+            return writeFileFormat(file, fd, xfer, EET_ExplicitLength, EGL_recalcGL, EPD_noChange, 0, 0,
+                                   EWM_fileformat);
+        },
+        failed);
+    if (failed == RS_RENAME)
+        return fail(std::string("cannot rename ") + temporary + " to " + out + ": " + cond.text());
     if (cond.bad())
-    {
-        unlink(temporary.c_str());
         return fail(std::string("cannot write ") + out, cond);
-    }
     return 0;
 }
 
@@ -156,17 +153,8 @@ int main(int argc, char* argv[])
     if (cond.bad())
         return fail(std::string("cannot read ") + in, cond);
 
-    const std::string temporary = temporaryName(out);
-    if (transcode(file, in, out, target.getXfer(), temporary) != 0)
+    if (transcode(file, in, out, target.getXfer()) != 0)
         return 1;
-    if (rename(temporary.c_str(), out) != 0)
-    {
-        const int error = errno;
-        unlink(temporary.c_str());
-        return fail(std::string("cannot rename ") + temporary + " to " + out + ": " + strerror(error));
-    }
-    std::string directory(out);
-    syncDirectory(dirname(&directory[0]));
     if (programOptions.verbose())
         printf("Wrote %s\n", out);
     return 0;

@@ -2,6 +2,7 @@
 // synced writing, error lines, task files.
 #include "dcmutils/DcmSeeker.h"
 #include "dcmutils/dcmutils.h"
+#include "dcmutils/fileio.h"
 
 #include "tests/fixtures/Fixtures.h"
 
@@ -371,9 +372,10 @@ TEST(WriteDicomFile, FailuresLeaveTheTargetUntouched)
     EXPECT_EQ(std::vector<std::string>{"kept"}, fixtures::listDir(directory));
 }
 
-// saveFileSynced: a write that fails at any point, the last buffered bytes included, is an error
-// with the system's reason (DcmFileFormat::saveFile loses a failure of its final flush).
-TEST(SaveFileSynced, WritesWhatSaveFileWritesAndReportsWritesThatFailLate)
+// replaceFile with writeFileFormat: a write that fails at any point, the last buffered bytes
+// included, is an error with the system's reason (DcmFileFormat::saveFile loses a failure of its
+// final flush).
+TEST(ReplaceFile, WritesWhatSaveFileWritesAndReportsWritesThatFailLate)
 {
     auto save = [](DcmFileFormat& file, const std::string& path, rlim_t limit = RLIM_INFINITY) {
         // writes past this process's file size limit fail with EFBIG
@@ -383,8 +385,15 @@ TEST(SaveFileSynced, WritesWhatSaveFileWritesAndReportsWritesThatFailLate)
         lowered.rlim_cur = limit;
         const auto handler = signal(SIGXFSZ, SIG_IGN);
         setrlimit(RLIMIT_FSIZE, &lowered);
-        const OFCondition status = saveFileSynced(file, path.c_str(), EXS_Unknown, EET_UndefinedLength, EGL_recalcGL,
-                                                  EPD_noChange, 0, 0, EWM_createNewMeta);
+        REPLACE_STEP failed = RS_DONE;
+        E_TransferSyntax xfer = file.getDataset()->getOriginalXfer();
+        const OFCondition status = replaceFile(
+            path, path + ".tmp",
+            [&](int fd) {
+                return writeFileFormat(file, fd, xfer, EET_UndefinedLength, EGL_recalcGL, EPD_noChange, 0, 0,
+                                       EWM_createNewMeta);
+            },
+            failed);
         setrlimit(RLIMIT_FSIZE, &saved);
         signal(SIGXFSZ, handler);
         return status;
@@ -416,7 +425,8 @@ TEST(SaveFileSynced, WritesWhatSaveFileWritesAndReportsWritesThatFailLate)
             SCOPED_TRACE(limit);
             const std::string path = dir.file(name + std::to_string(limit));
             EXPECT_STREQ("File too large", save(file, path, rlim_t(limit)).text());
-            EXPECT_EQ(limit, fixtures::fileSize(path)); // left for the caller to deal with
+            EXPECT_FALSE(fixtures::fileExists(path)); // nothing written in its place
+            EXPECT_FALSE(fixtures::fileExists(path + ".tmp"));
         }
         EXPECT_TRUE(save(file, full + ".exact", rlim_t(size)).good());
         EXPECT_EQ(fixtures::readFile(full), fixtures::readFile(full + ".exact"));
