@@ -3,6 +3,7 @@
 // object's modality in $CONF/jpeg2000lossy.conf. The result is written beside the output under
 // a temporary name, synced and renamed into place, so a failed run leaves no output behind and a
 // finished one survives a crash.
+#include "dcmutils/DicomStreamScan.h"
 #include "dcmutils/codec/Transcoder.h"
 #include "dcmutils/dcmutils.h"
 #include "dcmutils/fileio.h"
@@ -147,7 +148,10 @@ int main(int argc, char* argv[])
                     ": there is no encoder for it (transcode -h lists the targets)");
 
     DcmFileFormat file;
-    OFCondition cond = file.loadFile(in, EXS_Unknown, EGL_noChange, DCM_MaxReadLength, ERM_autoDetect);
+    // a shape the toolkit's reader would not survive is refused before it is given the file
+    OFCondition cond = scanDicomFile(in);
+    if (cond.good())
+        cond = file.loadFile(in, EXS_Unknown, EGL_noChange, DCM_MaxReadLength, ERM_autoDetect);
     if (cond.good())
         cond = file.loadAllDataIntoMemory();
     if (cond.bad())

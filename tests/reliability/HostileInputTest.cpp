@@ -69,6 +69,10 @@ TEST(HostileInput, ShapesTheReaderCannotSurviveEndInOneLine)
         EXPECT_EQ(2, r.status);
         EXPECT_EQ("Error loading " + path + "(" + c.reason + ")\n", r.err);
 
+        r = bounded("transcode", {"-x", "1.2.840.10008.1.2.1", path, dir.file("out")});
+        EXPECT_EQ(1, r.status);
+        EXPECT_EQ("transcode: cannot read " + path + " [" + c.reason + "]\n", r.err);
+
         r = bounded("convertPrivateTags", {path, dir.file("out")});
         EXPECT_EQ(1, r.status);
         EXPECT_EQ("convertPrivateTags: cannot convert " + path + ": " + c.reason + "\n", r.err);
