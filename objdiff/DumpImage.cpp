@@ -4,7 +4,9 @@
 
 #include "gwav/gwav.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
@@ -65,13 +67,23 @@ void DumpImage::clear()
 bool DumpImage::loadImage(std::string fileName)
 {
     clear();
-    FileCloser closer = {fopen(fileName.c_str(), "rb")};
+    // opened without blocking: a FIFO opened "rb" would wait for a writer for ever
+    const int fd = open(fileName.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    FileCloser closer = {fd >= 0 ? fdopen(fd, "rb") : nullptr};
     FILE* file = closer.file;
     if (file == nullptr)
+    {
+        if (fd >= 0)
+            close(fd);
         return false;
+    }
     struct stat status;
     if (fstat(fileno(file), &status) != 0 || !S_ISREG(status.st_mode))
+    {
+        // a directory, FIFO or device holds no image: unreadable like any other such dump
+        (*m_err) << "Unknown image format." << std::endl;
         return false;
+    }
     const unsigned long long size = static_cast<unsigned long long>(status.st_size);
 
     char magic[4] = {0, 0, 0, 0};
@@ -110,7 +122,13 @@ bool DumpImage::readIcon(FILE* file, unsigned long long remaining)
 
 bool DumpImage::readWavelet(FILE* file, unsigned long long size)
 {
-    if (size < WAVELET_HEADER || size > MAX_WAVELET_FILE)
+    // a stream shorter than its header, or whose header cannot be an image, is invalid
+    if (size < WAVELET_HEADER)
+    {
+        (*m_err) << "Invalid compressed bitstream" << std::endl;
+        return false;
+    }
+    if (size > MAX_WAVELET_FILE)
         return false;
     std::unique_ptr<unsigned char[]> stream(new (std::nothrow) unsigned char[size]);
     if (stream == nullptr || fseek(file, 0, SEEK_SET) != 0 || fread(stream.get(), 1, size, file) != size)
@@ -121,7 +139,10 @@ bool DumpImage::readWavelet(FILE* file, unsigned long long size)
     int rows = 0;
     if (!gwavinfo(stream.get(), parameter, bytesPerPixel, columns, rows) || bytesPerPixel <= 0 || columns <= 0 ||
         rows <= 0)
+    {
+        (*m_err) << "Invalid compressed bitstream" << std::endl;
         return false;
+    }
     const unsigned long long bytes = static_cast<unsigned long long>(columns) * rows * bytesPerPixel;
     if (bytes > MAX_DUMP_IMAGE)
         return false;

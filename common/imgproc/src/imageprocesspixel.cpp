@@ -231,8 +231,10 @@ unsigned int CImageProcess::getAndRemoveOverlays()
     if (m_bitsAllocated != 8 && m_bitsAllocated != 16)
         return 1;
     const unsigned int bits = m_bitsAllocated;
-    // a description whose stored bits do not fit in the sample would make the shifts below
-    // undefined: such samples are left as they are
+    // Samples are masked to their stored bits only when the description says which bits those
+    // are. Without Bits Stored (0) nothing does, and masking would clear real sample bits; a
+    // Bits Stored or High Bit that does not fit the sample would shift past its width. Such
+    // samples are left as they are.
     const bool describable = m_bitsStored > 0 && m_bitsStored <= bits && m_highBit < bits && m_highBit + 1 >= m_bitsStored;
     const unsigned int all = bits == 16 ? 0xFFFFu : 0xFFu;
     const unsigned int keep = describable ? ((all >> (bits - m_bitsStored)) << (m_highBit + 1 - m_bitsStored)) & all : all;
