@@ -80,4 +80,17 @@ double compareImageData(const T* first, const T* second, unsigned int count)
     return static_cast<double>(std::log(ratio) * -10.0L / 2.302585092994046L);
 }
 
+/** The largest absolute difference between count samples of first and second (0 for count 0). */
+template <typename T>
+unsigned int largestDifference(const T* first, const T* second, unsigned int count)
+{
+    unsigned int largest = 0;
+    for (unsigned int i = 0; i < count; ++i)
+    {
+        const unsigned int d = first[i] > second[i] ? first[i] - second[i] : second[i] - first[i];
+        largest = d > largest ? d : largest;
+    }
+    return largest;
+}
+
 #endif

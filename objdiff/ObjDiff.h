@@ -126,6 +126,9 @@ public:
     /** Compares two decoded frames: lossless, byte for byte; lossy, by the peak-error measure
      *  (over 16-bit samples when wide, else bytes), equal above 40. Blocks are borrowed. */
     bool compareMemoryBlocks(MemoryBlock* first, MemoryBlock* second, bool lossless, bool wide);
+    /** With verbose: one line on the output with frame index's peak-error measure and largest
+     *  absolute sample difference, whatever the verdict. */
+    void reportFrame(int index, MemoryBlock* first, MemoryBlock* second, bool wide);
     /** Compares two image dump files (DumpImage) by size and peak-error measure; false when
      *  they differ or either cannot be read. */
     bool compareDumps(const char* file1, const char* file2);

@@ -55,13 +55,42 @@ bool ObjectComparator::compareFrames(DcmDataset* first, DcmDataset* second, bool
             trouble() << "ERROR: Image frame information is null [" << index << "]" << std::endl;
             return false;
         }
-        if (!compareMemoryBlocks(firstBlock, secondBlock, lossless, wide))
+        const bool equal = compareMemoryBlocks(firstBlock, secondBlock, lossless, wide);
+        if (verbose)
+            reportFrame(index, firstBlock, secondBlock, wide);
+        if (!equal)
         {
             (*m_err) << "! Image frame " << index << " differs" << std::endl;
             return false;
         }
     }
     return true;
+}
+
+void ObjectComparator::reportFrame(int index, MemoryBlock* first, MemoryBlock* second, bool wide)
+{
+    const char* a = first->getData();
+    const char* b = second->getData();
+    const unsigned int length = a != NULL && b != NULL && first->getLength() == second->getLength() ? first->getLength() : 0;
+    const unsigned int count = wide ? length / 2 : length;
+    double measure = 0;
+    unsigned int largest = 0;
+    if (wide)
+    {
+        const unsigned short* x = reinterpret_cast<const unsigned short*>(a);
+        const unsigned short* y = reinterpret_cast<const unsigned short*>(b);
+        measure = compareImageData(x, y, count);
+        largest = largestDifference(x, y, count);
+    }
+    else
+    {
+        const unsigned char* x = reinterpret_cast<const unsigned char*>(a);
+        const unsigned char* y = reinterpret_cast<const unsigned char*>(b);
+        measure = compareImageData(x, y, count);
+        largest = largestDifference(x, y, count);
+    }
+    (*m_out) << "Frame " << index << ": peak-error measure " << measure << " (equal above "
+             << LOSSY_EQUALITY_THRESHOLD << "), largest absolute difference " << largest << std::endl;
 }
 
 bool ObjectComparator::compareMemoryBlocks(MemoryBlock* first, MemoryBlock* second, bool lossless, bool wide)

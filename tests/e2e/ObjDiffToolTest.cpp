@@ -200,6 +200,12 @@ TEST(ObjDiffTool, DecodedFramesAndDumps)
         EXPECT_EQ(c.err, r.err.substr(r.err.size() - c.err.size()));
     }
 
+    // with -v every frame tells its measure and largest difference, whatever the verdict
+    fixtures::RunResult verbose = objdiff({"-m", "1", "-v", a, changed});
+    EXPECT_EQ(1, verbose.status);
+    EXPECT_NE(std::string::npos, verbose.out.find("Frame 1: peak-error measure ")) << verbose.out;
+    EXPECT_NE(std::string::npos, verbose.out.find(" (equal above 40), largest absolute difference 256\n"));
+
     // the dump of an object: its attributes, then the dump file, which compares equal to itself
     const std::string dump = dir.file("a.dump.wavelet");
     fixtures::RunResult r = objdiff({"-w", dir.file("a"), a});
