@@ -160,7 +160,23 @@ bool isPnm(const std::string& path)
 }
 
 #ifdef GWAV_WITH_PNG
-bool writePng(const RasterImage& image, const std::string& path, std::string& error)
+// How a PNG shows the samples: all of them at full depth (raw), or grey levels windowed into 8 bits.
+struct PngView
+{
+    bool raw = false;
+    // the window in sample values (signed samples as such); width 0: the samples' own range
+    double center = 0;
+    double width = 0;
+};
+
+// A grey sample as its value (signed samples below zero too).
+double sampleValue(const RasterImage& image, size_t i)
+{
+    const double shown = image.displaySample(i);
+    return image.isSigned() ? shown - double(1u << (image.depth() - 1)) : shown;
+}
+
+bool writePng(const RasterImage& image, const std::string& path, const PngView& view, std::string& error)
 {
     FILE* file = fopen(path.c_str(), "wb");
     if (file == nullptr)
@@ -170,11 +186,28 @@ bool writePng(const RasterImage& image, const std::string& path, std::string& er
     }
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png ? png_create_info_struct(png) : nullptr;
-    // samples scaled to the full range of 8 or 16 bits
-    const int depth = image.depth() > 8 ? 16 : 8;
+    // raw: samples scaled to the full range of 8 or 16 bits; otherwise grey samples windowed into
+    // 8 bits, so that a viewer shows the image rather than a nearly black square
+    const int channels = image.channels();
+    const bool windowed = !view.raw && channels == 1;
+    const int depth = image.depth() > 8 && !windowed ? 16 : 8;
     const unsigned top = (1u << image.depth()) - 1;
     const unsigned full = (1u << depth) - 1;
-    const int channels = image.channels();
+    double low = view.center - view.width / 2;
+    double high = view.center + view.width / 2;
+    if (windowed && view.width <= 0)
+    {
+        const size_t count = size_t(image.columns()) * image.rows();
+        low = count ? sampleValue(image, 0) : 0;
+        high = low;
+        for (size_t i = 1; i < count; ++i)
+        {
+            const double v = sampleValue(image, i);
+            low = v < low ? v : low;
+            high = v > high ? v : high;
+        }
+    }
+    const double span = high > low ? high - low : 1;
     std::vector<unsigned char> row(size_t(image.columns()) * channels * (depth / 8));
     bool ok = png != nullptr && info != nullptr;
     if (ok && setjmp(png_jmpbuf(png)))
@@ -190,7 +223,15 @@ bool writePng(const RasterImage& image, const std::string& path, std::string& er
         {
             for (size_t i = 0; i < perRow; ++i)
             {
-                const unsigned value = unsigned((unsigned long)image.displaySample(size_t(y) * perRow + i) * full / top);
+                const size_t at = size_t(y) * perRow + i;
+                unsigned value = 0;
+                if (windowed)
+                {
+                    const double scaled = (sampleValue(image, at) - low) * 255.0 / span;
+                    value = unsigned(scaled < 0 ? 0 : scaled > 255 ? 255 : scaled + 0.5);
+                }
+                else
+                    value = unsigned((unsigned long)image.displaySample(at) * full / top);
                 if (depth == 16)
                 {
                     row[2 * i] = (unsigned char)(value >> 8);
@@ -275,6 +316,12 @@ int decode(int argc, char* argv[])
 #endif
     cmd.addGroup("decoding options:", LONGCOL, SHORTCOL + 2);
     cmd.addOption("--size", "-s", 1, "[n]umber: integer", "decode only the first n bytes of the stream");
+#ifdef GWAV_WITH_PNG
+    cmd.addOption("--raw", "-r", "PNG: every sample at full depth (16 bits above 8)\n"
+                                 "instead of 8-bit grey levels for viewing");
+    cmd.addOption("--window", "-W", 2, "[c]enter [w]idth: float",
+                  "PNG: grey levels of this window (default: the\nsamples' own range)");
+#endif
     int status = 0;
     if (!parse(app, cmd, argc, argv, status) || !commonOptions(app, cmd, status))
         return status;
@@ -288,6 +335,18 @@ int decode(int argc, char* argv[])
     cmd.getParam(2, output);
     const std::string out(output);
     const bool png = endsWith(out, ".png");
+#ifdef GWAV_WITH_PNG
+    PngView view;
+    view.raw = cmd.findOption("--raw");
+    if (cmd.findOption("--window"))
+    {
+        OFCmdFloat center = 0, width = 0;
+        if (cmd.getValue(center) != OFCommandLine::VS_Normal || cmd.getValueAndCheckMin(width, 1) != OFCommandLine::VS_Normal)
+            return fail("--window needs a center and a width of at least 1");
+        view.center = center;
+        view.width = width;
+    }
+#endif
     if (!png && !endsWith(out, ".pgm") && !endsWith(out, ".ppm") && !endsWith(out, ".pnm"))
         return fail("unknown image format of " + out + " (.pgm, .ppm, .pnm or .png)");
 #ifndef GWAV_WITH_PNG
@@ -308,7 +367,7 @@ int decode(int argc, char* argv[])
     if (!gwavdecompress(stream.data(), image.pixels(), stream.size()))
         return 1; // the codec has reported why
 #ifdef GWAV_WITH_PNG
-    const bool written = png ? writePng(image, out, error) : image.writePnm(out, error);
+    const bool written = png ? writePng(image, out, view, error) : image.writePnm(out, error);
 #else
     const bool written = image.writePnm(out, error);
 #endif

@@ -13,6 +13,11 @@
 
 #include <gtest/gtest.h>
 
+#ifdef GWAV_WITH_PNG
+#include <png.h>
+#endif
+
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -48,7 +53,50 @@ std::string pgm12()
     return content;
 }
 
+#ifdef GWAV_WITH_PNG
+// A grey PNG's bit depth and samples (16-bit ones as read), or depth 0.
+int readPng(const std::string& path, std::vector<unsigned>& samples)
+{
+    png_image image;
+    memset(&image, 0, sizeof(image));
+    image.version = PNG_IMAGE_VERSION;
+    if (!png_image_begin_read_from_file(&image, path.c_str()))
+        return 0;
+    const int depth = (image.format & PNG_FORMAT_FLAG_LINEAR) ? 16 : 8;
+    std::vector<unsigned char> bytes(PNG_IMAGE_SIZE(image));
+    if (!png_image_finish_read(&image, nullptr, bytes.data(), 0, nullptr))
+        return 0;
+    samples.clear();
+    for (size_t i = 0; i < bytes.size(); i += depth / 8)
+        samples.push_back(depth == 16 ? reinterpret_cast<const uint16_t*>(bytes.data())[i / 2] : bytes[i]);
+    return depth;
+}
+#endif
+
 } // namespace
+
+#ifdef GWAV_WITH_PNG
+TEST(GwavProgramTest, PngShowsTheImageOrItsRawSamples)
+{
+    // a 12-bit ramp coded losslessly: by default 8-bit grey levels spread over the samples'
+    // range (or a window), with -r every sample at 16 bits
+    fixtures::TempDir dir;
+    ASSERT_TRUE(fixtures::writeFile(dir.file("in.pgm"), pgm12()));
+    ASSERT_EQ(0, gwav({"encode", "-b", "100000", dir.file("in.pgm"), dir.file("s.gw")}).status);
+    std::vector<unsigned> samples;
+    ASSERT_EQ(0, gwav({"decode", dir.file("s.gw"), dir.file("view.png")}).status);
+    ASSERT_EQ(8, readPng(dir.file("view.png"), samples));
+    ASSERT_EQ(40u * 30u, samples.size());
+    EXPECT_EQ(0u, *std::min_element(samples.begin(), samples.end()));
+    EXPECT_EQ(255u, *std::max_element(samples.begin(), samples.end()));
+    ASSERT_EQ(0, gwav({"decode", "-W", "100", "200", dir.file("s.gw"), dir.file("window.png")}).status);
+    ASSERT_EQ(8, readPng(dir.file("window.png"), samples));
+    EXPECT_EQ(47u, samples[1]); // sample 37 in the window 0 to 200: 37 * 255 / 200, rounded
+    ASSERT_EQ(0, gwav({"decode", "-r", dir.file("s.gw"), dir.file("raw.png")}).status);
+    ASSERT_EQ(16, readPng(dir.file("raw.png"), samples));
+    EXPECT_EQ(37u * 65535u / 4095u, samples[1]);
+}
+#endif
 
 TEST(RasterImageTest, PnmFilesReadAndWriteBack)
 {
