@@ -30,6 +30,12 @@ void StreamHeader::write(unsigned char* out) const
 
 bool StreamHeader::valid() const
 {
-    return m_bytesPerPixel >= 1 && m_bytesPerPixel <= 3 && m_columns >= 1 && m_columns <= 0xFFFF && m_rows >= 1 &&
-           m_rows <= 0xFFFF;
+    if (!(m_bytesPerPixel >= 1 && m_bytesPerPixel <= 3 && m_columns >= 1 && m_columns <= 0xFFFF && m_rows >= 1 &&
+          m_rows <= 0xFFFF))
+        return false;
+    // the coder holds a 64-bit coefficient per sample: a header may not ask for more than a
+    // frame of any real object needs, whatever the stream's length (a prefix decodes whole)
+    const unsigned long long samples =
+        (unsigned long long)m_columns * (unsigned long long)m_rows * (m_bytesPerPixel == 3 ? 3u : 1u);
+    return samples <= MAX_SAMPLES;
 }

@@ -9,6 +9,8 @@
 struct StreamHeader
 {
     static const size_t SIZE = 10;
+    // Samples of an image at most (64 Mi: 8192 x 8192 grey): 512 MB of coefficients.
+    static const unsigned long long MAX_SAMPLES = 64ull << 20;
 
     int m_bytesPerPixel = 0;
     int m_parameter = 0; // stored and returned; the codec does not interpret it
@@ -17,7 +19,7 @@ struct StreamHeader
 
     // Reads the header from the first size bytes of stream; false when they are fewer than 10,
     // lack the magic, or describe no image the codec can hold (bytes per pixel other than 1, 2
-    // or 3, no columns or no rows).
+    // or 3, no columns or no rows, more than MAX_SAMPLES samples).
     bool read(const unsigned char* stream, size_t size);
     // Writes the ten bytes to out.
     void write(unsigned char* out) const;

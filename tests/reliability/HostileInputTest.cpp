@@ -12,6 +12,9 @@
 #include <dirent.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <sys/stat.h>
+
 using namespace fixtures;
 
 namespace {
@@ -157,4 +160,56 @@ TEST(HostileInput, ManyElementsAndItemsTakeLinearTime)
     argv = {"/usr/bin/timeout", "20", program("applyChanges"), "-p", dir.file("edit.kqr"), "-o", dir.file("many")};
     EXPECT_EQ(0, run(argv).status);
     EXPECT_EQ("Doe^Jane", attribute(dir.file("many"), DCM_PatientName));
+}
+
+TEST(HostileInput, DeclaredSizesAreCheckedAgainstWhatTheFileHolds)
+{
+    TempDir dir;
+    // 200 frames of 4096 x 4096 16-bit samples declared (6.7 GB), 512 bytes present
+    ObjectSpec spec;
+    spec.rows = spec.columns = 4096;
+    std::unique_ptr<DcmFileFormat> claim(makeObject(spec));
+    claim->getDataset()->putAndInsertString(DCM_NumberOfFrames, "200");
+    const Uint16 few[256] = {0};
+    claim->getDataset()->putAndInsertUint16Array(DCM_PixelData, few, 256);
+    const std::string claims = dir.file("claims.dcm");
+    ASSERT_TRUE(claim->saveFile(claims.c_str(), EXS_LittleEndianExplicit).good());
+    const std::string holds = "E: PixelData holds 512 bytes, fewer than the 6710886400 its description asks for "
+                              "(200 frames of 33554432 bytes)\n";
+    RunResult r = bounded("objdiff", {"-m", "1", claims, claims});
+    EXPECT_EQ(2, r.status);
+    EXPECT_EQ(holds + "Error processing first DICOM object\n", r.err);
+    r = bounded("objdiff", {"-w", dir.file("dump"), claims});
+    EXPECT_EQ(2, r.status);
+    EXPECT_EQ(holds + "Error processing DICOM object\n", r.err);
+    r = bounded("gwav", {"encode", claims, dir.file("claims.gw")});
+    EXPECT_EQ(1, r.status);
+    EXPECT_EQ(1, std::count(r.err.begin(), r.err.end(), '\n')) << r.err;
+
+    // a 14-byte GW10 stream whose header claims 65535 x 65535 samples
+    const std::string stream = dir.file("claims.gw");
+    ASSERT_TRUE(writeFile(stream, std::string("GW10\x02\x00\xff\xff\xff\xff", 10) + "data"));
+    r = bounded("gwav", {"decode", stream, dir.file("out.pgm")});
+    EXPECT_EQ(1, r.status);
+    EXPECT_EQ("E: Invalid compressed bitstream: " + stream + "\n", r.err);
+    r = bounded("objdiff", {"-c", stream, stream});
+    EXPECT_EQ(2, r.status);
+    EXPECT_EQ(0u, r.err.find("Invalid compressed bitstream\n")) << r.err;
+
+    // 65,537 frames of one sample that differ in the last: all of them are compared
+    spec = ObjectSpec();
+    spec.rows = spec.columns = 1;
+    spec.bitsAllocated = 8;
+    std::vector<Uint8> samples(65537, 7);
+    for (const char* name : {"a.dcm", "b.dcm"})
+    {
+        std::unique_ptr<DcmFileFormat> frames(makeObject(spec));
+        frames->getDataset()->putAndInsertString(DCM_NumberOfFrames, "65537");
+        frames->getDataset()->putAndInsertUint8Array(DCM_PixelData, samples.data(), samples.size());
+        ASSERT_TRUE(frames->saveFile(dir.file(name).c_str(), EXS_LittleEndianExplicit).good());
+        samples.back() = 9;
+    }
+    r = bounded("objdiff", {"-m", "1", dir.file("a.dcm"), dir.file("b.dcm")});
+    EXPECT_EQ(1, r.status) << r.err;
+    EXPECT_EQ("! Image frame 65537 differs\n", r.err);
 }

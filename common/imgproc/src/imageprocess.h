@@ -182,7 +182,7 @@ public:
     /// Number (1 for the first) of the frame being processed, 0 before the first.
     int getCurrentFrame() const { return m_currentFrame; }
     /// Number of frames of the object (Number of Frames, or Number of Slices when present).
-    unsigned short getNumberOfFrames() const { return m_numberOfFrames; }
+    unsigned int getNumberOfFrames() const { return m_numberOfFrames; }
     /// Bytes of one decoded frame as the decoder delivers it (before colour conversion).
     unsigned int getFrameSize() const { return m_frameSize; }
     /// Photometric code (PHOTOMETRIC_CODE) of the decoded samples of the current frame.
@@ -252,7 +252,9 @@ protected:
         m_planarConfiguration;
     unsigned short m_samplesPerPixel;
     DcmElement* m_samplesPerPixelElement;
-    unsigned short m_numberOfFrames;
+    // the full count: the 16 bits of the original layout would compare two objects of 65,537
+    // frames on their first frame only
+    unsigned int m_numberOfFrames;
     bool m_planarConfigurationSeen;
     unsigned int m_photometric;
     DcmElement* m_photometricElement;

@@ -188,7 +188,9 @@ void CImageProcess::fTag2DCM_IconImageSequence(IDicomTagParser2* parser)
 
 void CImageProcess::fTag2DCM_NumberOfSlices(IDicomTagParser2* parser)
 {
-    self(parser)->readUint16(self(parser)->m_numberOfFrames);
+    unsigned short slices = 1;
+    self(parser)->readUint16(slices);
+    self(parser)->m_numberOfFrames = slices;
 }
 
 void CImageProcess::fTag2DCM_EncapsulatedDocument(IDicomTagParser2* parser)
@@ -295,7 +297,8 @@ void CImageProcess::fTag2DCM_NumberOfFrames(IDicomTagParser2* parser)
     Sint32 frames = 1;
     if (element == nullptr || element->getSint32(frames).bad())
         frames = 1;
-    process->m_numberOfFrames = static_cast<unsigned short>(static_cast<Uint32>(frames) & 0xFFFF);
+    // the full count (not its low 16 bits); no count below one frame
+    process->m_numberOfFrames = frames > 0 ? static_cast<unsigned int>(frames) : 1;
 }
 
 void CImageProcess::fTag2DCM_PlanarConfiguration(IDicomTagParser2* parser)

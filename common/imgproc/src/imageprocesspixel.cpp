@@ -41,7 +41,7 @@ unsigned int CImageProcess::describedFrameSize() const
 unsigned int CImageProcess::processImageElem(DcmElement* element, const DcmEVR& /* vr */)
 {
     m_pixelDataSeen = true;
-    if (m_specificFrame > 0 && m_specificFrame > m_numberOfFrames)
+    if (m_specificFrame > 0 && static_cast<unsigned int>(m_specificFrame) > m_numberOfFrames)
     {
         DCMDATA_WARN("Invalid specific frame number " << m_specificFrame << ". There are only " << m_numberOfFrames
                                                       << " frames in the object");
@@ -114,6 +114,26 @@ unsigned int CImageProcess::processImageElem(DcmElement* element, const DcmEVR& 
     const unsigned int frames = m_numberOfFrames > 0 ? m_numberOfFrames : 1;
     const unsigned int first = m_specificFrame > 0 ? static_cast<unsigned int>(m_specificFrame - 1) : 0;
     const unsigned int last = m_specificFrame > 0 ? first : frames - 1;
+    // What the description claims is checked against what the file holds before any frame is
+    // allocated: a header of a few bytes may claim gigabytes.
+    if (!encapsulated && element != nullptr)
+    {
+        const unsigned long long wanted = (static_cast<unsigned long long>(last) + 1) * m_frameSize;
+        if (wanted > element->getLength())
+        {
+            DCMDATA_ERROR("PixelData holds " << element->getLength() << " bytes, fewer than the " << wanted
+                                             << " its description asks for (" << last + 1 << " frames of "
+                                             << m_frameSize << " bytes)");
+            return 1;
+        }
+    }
+    if (encapsulated && sequence != nullptr && sequence->card() > 0 && last + 1 > sequence->card() - 1)
+    {
+        // every frame needs a fragment of its own
+        DCMDATA_ERROR("PixelData holds " << sequence->card() - 1 << " fragments, fewer than its " << last + 1
+                                         << " frames");
+        return 1;
+    }
     unsigned int errors = 0;
     Uint32 startFragment = 0;
     DcmFileCache cache;
