@@ -116,11 +116,13 @@ std::string temporaryNameBeside(const std::string& path, const std::string& pref
 OFCondition replaceFile(const std::string& path, const std::string& temporary,
                         const std::function<OFCondition(int fd)>& content, REPLACE_STEP& failed)
 {
-    failed = RS_WRITE;
+    failed = RS_CREATE;
     int fd = -1;
     OFCondition status = createNewFile(temporary.c_str(), fd);
-    if (status.good())
-        status = content(fd);
+    if (status.bad())
+        return status;
+    failed = RS_WRITE;
+    status = content(fd);
     // the content must be on disk before the rename makes it the target
     if (status.good() && fsync(fd) != 0)
         status = systemError(errno);
@@ -147,4 +149,28 @@ OFCondition replaceFile(const std::string& path, const std::string& temporary,
         close(dirFd);
     }
     return EC_Normal;
+}
+
+OFCondition replaceFileThroughStream(const std::string& path, const std::string& temporary,
+                                     const std::function<bool(FILE* stream)>& write, REPLACE_STEP& failed)
+{
+    return replaceFile(
+        path, temporary,
+        [&](int fd) {
+            const int own = dup(fd);
+            FILE* stream = own >= 0 ? fdopen(own, "wb") : nullptr;
+            if (stream == nullptr)
+            {
+                const int error = errno;
+                if (own >= 0)
+                    close(own);
+                return systemError(error);
+            }
+            errno = 0;
+            bool ok = write(stream);
+            const int error = errno;
+            ok = fclose(stream) == 0 && ok;
+            return ok ? OFCondition(EC_Normal) : systemError(error ? error : errno);
+        },
+        failed);
 }

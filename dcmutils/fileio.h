@@ -54,7 +54,9 @@ std::string temporaryNameBeside(const std::string& path, const std::string& pref
 /// Where replaceFile() failed.
 enum REPLACE_STEP
 {
-    /// making or writing the temporary file (content's condition, or the sync's)
+    /// making the temporary file (its directory missing or not writable, ...)
+    RS_CREATE,
+    /// writing it (content's condition, or the sync's)
     RS_WRITE,
     /// renaming it over the target
     RS_RENAME,
@@ -72,6 +74,11 @@ enum REPLACE_STEP
  *  @return EC_Normal, content's condition or a condition with the system's error text */
 OFCondition replaceFile(const std::string& path, const std::string& temporary,
                         const std::function<OFCondition(int fd)>& content, REPLACE_STEP& failed);
+
+/** replaceFile() for content written through a stdio stream: write is given a stream on the
+ *  new temporary file and returns false (errno set) when it could not write everything. */
+OFCondition replaceFileThroughStream(const std::string& path, const std::string& temporary,
+                                     const std::function<bool(FILE* stream)>& write, REPLACE_STEP& failed);
 
 /** Writes size bytes of data to fd, resuming after short writes.
  *  @return EC_Normal, or a condition with the system's error text */

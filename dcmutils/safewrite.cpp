@@ -81,7 +81,7 @@ bool writeDicomFile(const char* path, DcmFileFormat* file)
                                    EWM_createNewMeta);
         },
         failed);
-    if (failed == RS_WRITE)
+    if (failed == RS_CREATE || failed == RS_WRITE)
         errmsg("writeDicomFile", "error writing temporary file: %s: %s", temporary.c_str(), status.text());
     else if (failed == RS_RENAME)
         errmsg("writeDicomFile", "error moving temporary file %s to %s", temporary.c_str(), path);

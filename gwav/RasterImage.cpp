@@ -137,14 +137,19 @@ bool RasterImage::readPnm(const std::string& path, std::string& error)
 bool RasterImage::writePnm(const std::string& path, std::string& error) const
 {
     File file(fopen(path.c_str(), "wb"));
-    if (!file)
+    if (!file || !writePnm(file.get()) || fflush(file.get()) != 0)
     {
         error = std::string(strerror(errno)) + ": " + path;
         return false;
     }
+    return true;
+}
+
+bool RasterImage::writePnm(FILE* stream) const
+{
     const long maxValue = (1L << depth()) - 1;
     const size_t samples = size_t(m_columns) * size_t(m_rows) * size_t(channels());
-    fprintf(file.get(), "P%c\n%d %d\n%ld\n", channels() == 3 ? '6' : '5', m_columns, m_rows, maxValue);
+    fprintf(stream, "P%c\n%d %d\n%ld\n", channels() == 3 ? '6' : '5', m_columns, m_rows, maxValue);
     std::vector<unsigned char> data;
     data.reserve(samples * (maxValue > 255 ? 2 : 1));
     for (size_t i = 0; i < samples; ++i)
@@ -154,10 +159,5 @@ bool RasterImage::writePnm(const std::string& path, std::string& error) const
             data.push_back((unsigned char)(value >> 8));
         data.push_back((unsigned char)(value & 0xFF));
     }
-    if (fwrite(data.data(), 1, data.size(), file.get()) != data.size() || fflush(file.get()) != 0)
-    {
-        error = std::string(strerror(errno)) + ": " + path;
-        return false;
-    }
-    return true;
+    return fwrite(data.data(), 1, data.size(), stream) == data.size();
 }

@@ -4,6 +4,7 @@
 #define GWAV_RASTERIMAGE_H
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,8 @@ public:
     bool readPnm(const std::string& path, std::string& error);
     // Writes the image as binary PGM or PPM of depth() bits.
     bool writePnm(const std::string& path, std::string& error) const;
+    // Writes the binary PGM/PPM onto an open stream (not closed); false when a write failed.
+    bool writePnm(FILE* stream) const;
 
 private:
     int m_bytesPerPixel;

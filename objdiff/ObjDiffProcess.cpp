@@ -1,4 +1,6 @@
 #include "objdiff/ObjDiffProcess.h"
+
+#include "dcmutils/fileio.h"
 #include "objdiff/ObjDiffRawImage.h"
 
 #include "dcmtk/config/osconfig.h"
@@ -66,18 +68,19 @@ bool ObjDiffProcess::postProcessImage()
     if (getNumberOfFrames() != 1)
         name += ".frame-" + std::to_string(getCurrentFrame());
     name += ".dump.wavelet";
-    FILE* file = fopen(name.c_str(), "wb");
-    if (file == nullptr)
-        return true; // a dump that cannot be created is skipped
+    // made new beside its name and renamed into place: never written through a link planted at
+    // the name, and no half-written dump is left to be read back as an image
     ObjDiffRawImage* image = dynamic_cast<ObjDiffRawImage*>(getRawImage());
-    bool written = image != nullptr && image->writeWavelet(file);
-    written = fclose(file) == 0 && written;
-    if (!written)
+    REPLACE_STEP failed = RS_DONE;
+    const OFCondition written = replaceFileThroughStream(
+        name, temporaryNameBeside(name, "objdiff"),
+        [&](FILE* file) { return image != nullptr && image->writeWavelet(file); }, failed);
+    if (failed == RS_CREATE)
+        return true; // a dump that cannot be created is skipped
+    if (written.bad())
     {
-        // no half-written dump is left to be read back as an image
-        unlink(name.c_str());
         DCMDATA_ERROR("Cannot write the image dump " << name << " of frame " << getCurrentFrame());
         m_dumpFailed = true;
     }
-    return written;
+    return written.good();
 }

@@ -4,6 +4,7 @@
 //   gwav info <stream>                                        what a stream's header says
 // Each command has -h; errors are one line on standard error and exit status 1.
 #include "dcmutils/codec/CodecRegistry.h"
+#include "dcmutils/fileio.h"
 #include "gwav/DicomFrame.h"
 #include "gwav/RasterImage.h"
 #include "gwav/StreamHeader.h"
@@ -22,6 +23,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -125,15 +127,15 @@ bool readFile(const std::string& path, std::vector<unsigned char>& content, std:
     return ok;
 }
 
-bool writeFile(const std::string& path, const unsigned char* data, size_t size, std::string& error)
+// Every output is made new beside its name and renamed into place: never written through a link
+// planted at the name, never seen half-written.
+bool writeOutput(const std::string& path, const std::function<bool(FILE*)>& write, std::string& error)
 {
-    FILE* file = fopen(path.c_str(), "wb");
-    bool ok = file != nullptr && fwrite(data, 1, size, file) == size;
-    if (file != nullptr && fclose(file) != 0)
-        ok = false;
-    if (!ok)
-        error = std::string(strerror(errno)) + ": " + path;
-    return ok;
+    REPLACE_STEP failed = RS_DONE;
+    const OFCondition cond = replaceFileThroughStream(path, temporaryNameBeside(path, "gwav"), write, failed);
+    if (cond.bad())
+        error = std::string(cond.text()) + ": " + path;
+    return cond.good();
 }
 
 bool endsWith(const std::string& text, const char* suffix)
@@ -176,14 +178,8 @@ double sampleValue(const RasterImage& image, size_t i)
     return image.isSigned() ? shown - double(1u << (image.depth() - 1)) : shown;
 }
 
-bool writePng(const RasterImage& image, const std::string& path, const PngView& view, std::string& error)
+bool writePng(const RasterImage& image, FILE* file, const PngView& view)
 {
-    FILE* file = fopen(path.c_str(), "wb");
-    if (file == nullptr)
-    {
-        error = std::string(strerror(errno)) + ": " + path;
-        return false;
-    }
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png ? png_create_info_struct(png) : nullptr;
     // raw: samples scaled to the full range of 8 or 16 bits; otherwise grey samples windowed into
@@ -245,10 +241,6 @@ bool writePng(const RasterImage& image, const std::string& path, const PngView& 
         png_write_end(png, nullptr);
     }
     png_destroy_write_struct(&png, &info);
-    if (fclose(file) != 0)
-        ok = false;
-    if (!ok)
-        error = "cannot write PNG " + path;
     return ok;
 }
 #endif
@@ -295,7 +287,8 @@ int encode(int argc, char* argv[])
                                               image.rows(), stream.data(), budget);
     if (length == 0)
         return 1; // the codec has reported why
-    if (!writeFile(output, stream.data(), length, error))
+    if (!writeOutput(
+            output, [&](FILE* file) { return fwrite(stream.data(), 1, length, file) == length; }, error))
         return fail(error);
     OFLOG_INFO(gwavLogger, input << ": " << image.columns() << " x " << image.rows() << ", " << image.bytesPerPixel()
                                  << " bytes per pixel, parameter " << image.parameter() << " -> " << output << " ("
@@ -367,9 +360,10 @@ int decode(int argc, char* argv[])
     if (!gwavdecompress(stream.data(), image.pixels(), stream.size()))
         return 1; // the codec has reported why
 #ifdef GWAV_WITH_PNG
-    const bool written = png ? writePng(image, out, view, error) : image.writePnm(out, error);
+    const bool written = writeOutput(
+        out, [&](FILE* file) { return png ? writePng(image, file, view) : image.writePnm(file); }, error);
 #else
-    const bool written = image.writePnm(out, error);
+    const bool written = writeOutput(out, [&](FILE* file) { return image.writePnm(file); }, error);
 #endif
     if (!written)
         return fail(error);

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <dirent.h>
+#include <unistd.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -212,4 +213,30 @@ TEST(HostileInput, DeclaredSizesAreCheckedAgainstWhatTheFileHolds)
     r = bounded("objdiff", {"-m", "1", dir.file("a.dcm"), dir.file("b.dcm")});
     EXPECT_EQ(1, r.status) << r.err;
     EXPECT_EQ("! Image frame 65537 differs\n", r.err);
+}
+
+TEST(HostileInput, OutputsAreNeverWrittenThroughALinkAtTheirName)
+{
+    TempDir dir;
+    ObjectSpec spec;
+    ASSERT_TRUE(writeObject(dir.file("a.dcm"), spec));
+    ASSERT_TRUE(writeFile(dir.file("victim"), "precious"));
+    ASSERT_EQ(0, run({program("gwav"), "encode", dir.file("a.dcm"), dir.file("a.gw")}).status);
+    const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
+        {dir.file("d.dump.wavelet"), {program("objdiff"), "-w", dir.file("d"), dir.file("a.dcm")}},
+        {dir.file("e.gw"), {program("gwav"), "encode", dir.file("a.dcm"), dir.file("e.gw")}},
+        {dir.file("f.pgm"), {program("gwav"), "decode", dir.file("a.gw"), dir.file("f.pgm")}},
+        {dir.file("g.png"), {program("gwav"), "decode", dir.file("a.gw"), dir.file("g.png")}},
+        {dir.file("h.dcm"), {program("transcode"), "-x", "1.2.840.10008.1.2", dir.file("a.dcm"), dir.file("h.dcm")}},
+    };
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(c.first);
+        ASSERT_EQ(0, symlink(dir.file("victim").c_str(), c.first.c_str()));
+        EXPECT_EQ(0, run(c.second).status);
+        struct stat status;
+        ASSERT_EQ(0, lstat(c.first.c_str(), &status));
+        EXPECT_TRUE(S_ISREG(status.st_mode)); // the link replaced by the output
+        EXPECT_EQ("precious", readFile(dir.file("victim")));
+    }
 }
