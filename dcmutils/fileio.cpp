@@ -56,9 +56,15 @@ OFCondition createNewFileAt(int directoryFd, const char* name, int& fd)
     fd = -1;
     if (name == NULL || *name == '\0')
         return EC_InvalidFilename;
-    if (unlinkat(directoryFd, name, 0) != 0 && errno != ENOENT)
-        return systemError(errno);
-    fd = openat(directoryFd, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    const int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    fd = openat(directoryFd, name, flags, 0666);
+    // a stale entry (a file left by a killed process, a planted link) is removed, never opened
+    if (fd < 0 && errno == EEXIST)
+    {
+        if (unlinkat(directoryFd, name, 0) != 0 && errno != ENOENT)
+            return systemError(errno);
+        fd = openat(directoryFd, name, flags, 0666);
+    }
     return fd < 0 ? systemError(errno) : EC_Normal;
 }
 
