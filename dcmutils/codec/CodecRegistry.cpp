@@ -55,7 +55,9 @@ CodecRegistry::CodecRegistry()
     // JPEG 2000 encoders keep it: no new SOP Instance UID, no conversion to Secondary Capture;
     // unlimited fragments with an offset table.
     DcmRLEEncoderRegistration::registerCodecs(OFFalse, 0, OFTrue, OFFalse);
-    DJLSEncoderRegistration::registerCodecs(0, 0, 0, 0, OFTrue, 0, OFTrue, EJLSUC_never, OFFalse);
+    // raw encoding, as dcmcjpls +er: the cooked path of CharLS aborts on signed samples whose
+    // stored range it misjudges (a 14-bit signed CT of the pydicom corpus)
+    DJLSEncoderRegistration::registerCodecs(0, 0, 0, 0, OFFalse, 0, OFTrue, EJLSUC_never, OFFalse);
 }
 
 CodecRegistry::~CodecRegistry()

@@ -5,6 +5,9 @@
 #include "dcmtk/dcmdata/dcdeftag.h"
 #include "dcmtk/dcmjpls/djrparam.h"
 
+makeOFConditionConst(EC_EncodedImageDoesNotDecode, OFM_dcmdata, 0x7f20, OF_error,
+                     "the encoded image does not decode again");
+
 namespace {
 
 // The Image Pixel Module attributes the refusals look at.
@@ -165,7 +168,22 @@ OFCondition Transcoder::transcode(DcmDataset& dataset, E_TransferSyntax xfer)
     delete parameter;
     if (cond.good() && !dataset.canWriteXfer(xfer))
         cond = EC_CannotChangeRepresentation;
+    if (cond.good() && DcmXfer(xfer).isEncapsulated() && !decodesAgain(dataset))
+        cond = EC_EncodedImageDoesNotDecode;
     return cond;
+}
+
+bool Transcoder::decodesAgain(DcmDataset& dataset)
+{
+    // An encoder can write a stream that no decoder takes (CharLS near-lossless on a tiny odd
+    // colour image): a copy holding only the new encoding must decode.
+    DcmDataset copy(dataset);
+    DcmElement* element = nullptr;
+    if (copy.findAndGetElement(DCM_PixelData, element).bad() || element == nullptr)
+        return true;
+    OFstatic_cast(DcmPixelData*, element)->removeAllButCurrentRepresentations();
+    return copy.chooseRepresentation(EXS_LittleEndianExplicit, nullptr).good() &&
+           copy.canWriteXfer(EXS_LittleEndianExplicit);
 }
 
 double Transcoder::jpeg2000Rate(DcmDataset& dataset, E_TransferSyntax xfer)

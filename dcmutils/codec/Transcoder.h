@@ -45,13 +45,17 @@ public:
 
     /// Re-encodes dataset into xfer in memory (DCMTK's chooseRepresentation with this
     /// transcoder's parameters). EC_Normal on success; the codec's condition otherwise, or
-    /// EC_CannotChangeRepresentation when the result cannot be written in xfer.
+    /// EC_CannotChangeRepresentation when the result cannot be written in xfer, or a condition
+    /// "the encoded image does not decode again" when no decoder takes what the encoder wrote.
     OFCondition transcode(DcmDataset& dataset, E_TransferSyntax xfer);
 
     /// The JPEG 2000 compression rate for dataset in xfer: 1.0 for lossless.
     static double jpeg2000Rate(DcmDataset& dataset, E_TransferSyntax xfer);
 
 private:
+    /// True when the dataset's current (encapsulated) pixel data decodes again, alone.
+    static bool decodesAgain(DcmDataset& dataset);
+
     Transcoder(const Transcoder&);
     Transcoder& operator=(const Transcoder&);
 

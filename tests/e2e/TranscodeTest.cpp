@@ -352,3 +352,35 @@ TEST(Transcode, EveryTargetDecodesWithAnIndependentTool)
         EXPECT_EQ(c.maxError == EXACT ? "<missing>" : "01", fixtures::attribute(out, DCM_LossyImageCompression));
     }
 }
+
+TEST(Transcode, EveryTargetEncodesOrRefusesEveryCorpusImage)
+{
+    // each corpus image to each target: encoded (and decoded again by DCMTK's own tool) or
+    // refused in one line; never an abort
+    const std::vector<std::pair<std::string, std::vector<std::string>>> targets = {
+        {"1.2.840.10008.1.2.5", {"/usr/bin/dcmdrle"}},        {"1.2.840.10008.1.2.4.50", {"/usr/bin/dcmdjpeg"}},
+        {"1.2.840.10008.1.2.4.51", {"/usr/bin/dcmdjpeg"}},    {"1.2.840.10008.1.2.4.70", {"/usr/bin/dcmdjpeg"}},
+        {"1.2.840.10008.1.2.4.80", {"/usr/bin/dcmdjpls"}},    {"1.2.840.10008.1.2.4.81", {"/usr/bin/dcmdjpls"}},
+        {lossless, {"/usr/bin/gdcmconv", "--raw"}},
+    };
+    const char* const images[] = {"CT_small.dcm",       "MR_small.dcm",        "693_J2KI.dcm",
+                                  "J2K_pixelrep_mismatch.dcm", "SC_rgb_rle_16bit.dcm", "SC_rgb_small_odd.dcm",
+                                  "SC_ybr_full_422_uncompressed.dcm", "rtdose_1frame.dcm", "JPEG-lossy.dcm"};
+    fixtures::TempDir dir;
+    for (const auto& target : targets)
+        for (const char* image : images)
+        {
+            SCOPED_TRACE(target.first + " " + image);
+            const std::string out = dir.file("out.dcm");
+            fixtures::RunResult r = transcode({"-x", target.first, fixtures::corpusFile(image), out}, dir.path());
+            ASSERT_TRUE(r.status == 0 || r.status == 1) << r.status << " " << r.err;
+            if (r.status == 1)
+            {
+                EXPECT_EQ(1, std::count(r.err.begin(), r.err.end(), '\n')) << r.err;
+                continue;
+            }
+            std::vector<std::string> decode = target.second;
+            decode.insert(decode.end(), {out, dir.file("decoded.dcm")});
+            EXPECT_EQ(0, fixtures::run(decode).status);
+        }
+}
