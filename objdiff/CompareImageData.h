@@ -93,4 +93,20 @@ unsigned int largestDifference(const T* first, const T* second, unsigned int cou
     return largest;
 }
 
+/** The peak-error measure of count samples at first and second, 16-bit ones when wide, bytes
+ *  otherwise (see compareImageData()). */
+inline double peakErrorMeasure(const void* first, const void* second, unsigned int count, bool wide)
+{
+    return wide ? compareImageData(static_cast<const unsigned short*>(first), static_cast<const unsigned short*>(second),
+                                   count)
+                : compareImageData(static_cast<const unsigned char*>(first), static_cast<const unsigned char*>(second),
+                                   count);
+}
+
+/** The lossy verdict: true when the measure of the two images is above LOSSY_EQUALITY_THRESHOLD. */
+inline bool lossyImagesEqual(const void* first, const void* second, unsigned int count, bool wide)
+{
+    return peakErrorMeasure(first, second, count, wide) > LOSSY_EQUALITY_THRESHOLD;
+}
+
 #endif

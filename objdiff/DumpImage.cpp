@@ -161,11 +161,7 @@ bool DumpImage::operator==(const DumpImage& other) const
         return false;
     const unsigned long long samples = static_cast<unsigned long long>(m_rows) * m_columns;
     const unsigned int count = samples <= 0xFFFFFFFFull ? static_cast<unsigned int>(samples) : 0;
-    if (m_bytesPerPixel == 2)
-        return compareImageData(reinterpret_cast<const unsigned short*>(m_pixels),
-                                reinterpret_cast<const unsigned short*>(other.m_pixels), count) >
-               LOSSY_EQUALITY_THRESHOLD;
-    if (m_bytesPerPixel == 1 || m_bytesPerPixel == 3)
-        return compareImageData(m_pixels, other.m_pixels, count) > LOSSY_EQUALITY_THRESHOLD;
-    return true;
+    if (m_bytesPerPixel < 1 || m_bytesPerPixel > 3)
+        return true;
+    return lossyImagesEqual(m_pixels, other.m_pixels, count, m_bytesPerPixel == 2);
 }

@@ -73,22 +73,12 @@ void ObjectComparator::reportFrame(int index, MemoryBlock* first, MemoryBlock* s
     const char* b = second->getData();
     const unsigned int length = a != NULL && b != NULL && first->getLength() == second->getLength() ? first->getLength() : 0;
     const unsigned int count = wide ? length / 2 : length;
-    double measure = 0;
-    unsigned int largest = 0;
-    if (wide)
-    {
-        const unsigned short* x = reinterpret_cast<const unsigned short*>(a);
-        const unsigned short* y = reinterpret_cast<const unsigned short*>(b);
-        measure = compareImageData(x, y, count);
-        largest = largestDifference(x, y, count);
-    }
-    else
-    {
-        const unsigned char* x = reinterpret_cast<const unsigned char*>(a);
-        const unsigned char* y = reinterpret_cast<const unsigned char*>(b);
-        measure = compareImageData(x, y, count);
-        largest = largestDifference(x, y, count);
-    }
+    const double measure = peakErrorMeasure(a, b, count, wide);
+    const unsigned int largest =
+        wide ? largestDifference(reinterpret_cast<const unsigned short*>(a), reinterpret_cast<const unsigned short*>(b),
+                                 count)
+             : largestDifference(reinterpret_cast<const unsigned char*>(a), reinterpret_cast<const unsigned char*>(b),
+                                 count);
     (*m_out) << "Frame " << index << ": peak-error measure " << measure << " (equal above "
              << LOSSY_EQUALITY_THRESHOLD << "), largest absolute difference " << largest << std::endl;
 }
@@ -115,12 +105,7 @@ bool ObjectComparator::compareMemoryBlocks(MemoryBlock* first, MemoryBlock* seco
     {
         // a missing frame has no samples: the measure of nothing is never above the threshold
         const unsigned int length = firstData != NULL && secondData != NULL ? firstLength : 0;
-        const double measure =
-            wide ? compareImageData(reinterpret_cast<const unsigned short*>(firstData),
-                                    reinterpret_cast<const unsigned short*>(secondData), length / 2)
-                 : compareImageData(reinterpret_cast<const unsigned char*>(firstData),
-                                    reinterpret_cast<const unsigned char*>(secondData), length);
-        equal = measure > LOSSY_EQUALITY_THRESHOLD;
+        equal = lossyImagesEqual(firstData, secondData, wide ? length / 2 : length, wide);
     }
     if (!equal)
         (*m_out) << "! Pixel Data differs" << std::endl;
