@@ -4,7 +4,7 @@
  *  writing through a temporary file, error lines and task files.
  *
  *  Where the code lives: elementcopy.cpp (copies, passing, reference sequences), uidgen.cpp
- *  (UIDs and the module counter), safewrite.cpp (reading, safe writing, directory sync),
+ *  (UIDs and the module counter), safewrite.cpp (reading, safe writing through replaceFile of fileio.h),
  *  errmsg.cpp (error lines, string replacement), taskfile.cpp (task files).
  *
  *  Ownership: every pointer these functions return belongs to the caller, who deletes it as
@@ -136,12 +136,6 @@ DcmFileFormat* readOrCreateDicomFile(const char* path);
  *  @return true once the rename is done
  */
 bool writeDicomFile(const char* path, DcmFileFormat* file);
-
-/** Flushes a directory to stable storage; without it a rename done in it may be lost on a
- *  power failure although the renamed file's content is on disk.
- *  @return true on success and where the file system cannot sync directories (EINVAL, EROFS)
- */
-bool syncDirectory(const char* path);
 
 // --- messages, strings and task files ---
 

@@ -1,4 +1,4 @@
-// Reading DICOM files whole, writing them safely through a temporary file, syncing directories.
+// Reading DICOM files whole and writing them safely through a temporary file (replaceFile).
 #include "dcmutils/dcmutils.h"
 #include "dcmutils/dcmcounter.h"
 #include "dcmutils/fileio.h"
@@ -11,20 +11,6 @@
 #include <string>
 #include <unistd.h>
 #include <vector>
-
-bool syncDirectory(const char* path)
-{
-    if (path == NULL)
-        return false;
-    const int fd = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0)
-        return false;
-    const bool synced = syncDirectoryDescriptor(fd);
-    const int saved = errno;
-    close(fd);
-    errno = saved;
-    return synced;
-}
 
 DcmFileFormat* readExistingDicomFile(const char* path)
 {
