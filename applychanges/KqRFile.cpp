@@ -13,7 +13,7 @@ bool loadKqRFile(const char* path, DcmFileFormat& kqr, struct stat& status, std:
     if (stat(path, &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))
     {
         err << "Refusing to read KqR file " << path << ": it is not a regular file (" << fileKind(status)
-                  << ")" << std::endl;
+            << ")" << std::endl;
         return false;
     }
     const int fd = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
@@ -28,19 +28,20 @@ bool loadKqRFile(const char* path, DcmFileFormat& kqr, struct stat& status, std:
     {
         close(fd);
         err << "Refusing to read KqR file " << path << ": it is not a regular file (" << fileKind(status)
-                  << ")" << std::endl;
+            << ")" << std::endl;
         return false;
     }
     std::shared_ptr<InputFile> input(new InputFile(fd, S_ISREG(status.st_mode) ? status.st_size : 0));
+    const bool read = input->readWhole().good();
     DicomStreamScan scan;
-    const OFCondition shape = input->readWhole().good() ? scan.scan(*input) : OFCondition(EC_Normal);
+    const OFCondition shape = read ? scan.scan(*input) : OFCondition(EC_Normal);
     if (shape.bad())
     {
         // the toolkit's reader would not survive it
         err << "Refusing to read KqR file " << path << ": " << shape.text() << std::endl;
         return false;
     }
-    if (input->readWhole().bad() || loadFileFormat(kqr, input).bad())
+    if (!read || loadFileFormat(kqr, input).bad())
     {
         err << "Error loading KqR file " << path << std::endl;
         return false;

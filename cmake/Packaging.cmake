@@ -11,11 +11,37 @@ foreach(target applyChanges makeKqR_tool convertPrivateTags_tool objdiff_tool tr
     if(NOT program)
       set(program ${target})
     endif()
-    if(EXISTS ${PROJECT_SOURCE_DIR}/man/${program}.1)
-      install(FILES ${PROJECT_SOURCE_DIR}/man/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-    endif()
+    list(APPEND KQ_INSTALLED_PAGES ${program})
   endif()
 endforeach()
+# the archive script, installed as apply-archive
+install(PROGRAMS ${PROJECT_SOURCE_DIR}/scripts/apply-archive.sh DESTINATION ${CMAKE_INSTALL_BINDIR}
+        RENAME apply-archive)
+list(APPEND KQ_INSTALLED_PAGES apply-archive)
+
+# Manual pages and the package's changelog compressed as Debian wants them (gzip -9n: no name,
+# no time stamp, so the bytes depend on the text alone); the copyright file beside them.
+find_program(GZIP gzip REQUIRED)
+set(KQ_GZ_DIR ${PROJECT_BINARY_DIR}/gz)
+set(KQ_GZ_FILES)
+foreach(page ${KQ_INSTALLED_PAGES})
+  if(EXISTS ${PROJECT_SOURCE_DIR}/man/${page}.1)
+    add_custom_command(OUTPUT ${KQ_GZ_DIR}/${page}.1.gz
+                       COMMAND ${CMAKE_COMMAND} -E make_directory ${KQ_GZ_DIR}
+                       COMMAND sh -c "${GZIP} -9n < '${PROJECT_SOURCE_DIR}/man/${page}.1' > '${KQ_GZ_DIR}/${page}.1.gz'"
+                       DEPENDS ${PROJECT_SOURCE_DIR}/man/${page}.1)
+    list(APPEND KQ_GZ_FILES ${KQ_GZ_DIR}/${page}.1.gz)
+    install(FILES ${KQ_GZ_DIR}/${page}.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  endif()
+endforeach()
+add_custom_command(OUTPUT ${KQ_GZ_DIR}/changelog.Debian.gz
+                   COMMAND ${CMAKE_COMMAND} -E make_directory ${KQ_GZ_DIR}
+                   COMMAND sh -c "${GZIP} -9n < '${PROJECT_SOURCE_DIR}/packaging/changelog.Debian' > '${KQ_GZ_DIR}/changelog.Debian.gz'"
+                   DEPENDS ${PROJECT_SOURCE_DIR}/packaging/changelog.Debian)
+list(APPEND KQ_GZ_FILES ${KQ_GZ_DIR}/changelog.Debian.gz)
+add_custom_target(kq_compressed_docs ALL DEPENDS ${KQ_GZ_FILES})
+install(FILES ${KQ_GZ_DIR}/changelog.Debian.gz ${PROJECT_SOURCE_DIR}/packaging/copyright
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/kqarchive)
 
 # every manual page formats without a warning of groff
 file(GLOB KQ_MAN_PAGES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/man/*.1)
@@ -41,4 +67,9 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION science)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# the archive script's engine
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "parallel")
+# directories owned by root and readable by all, as lintian expects of a package's tree
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
+                                                WORLD_READ WORLD_EXECUTE)
 include(CPack)

@@ -6,6 +6,7 @@
 # to run; a finding leaves its input in build-fuzz/artifacts and makes the script fail.
 #
 #   scripts/fuzz.sh [seconds per target, default 60]
+#   KQ_FUZZ_TARGETS="fuzz_kqr fuzz_gwav" scripts/fuzz.sh 600    # some targets only
 #
 # Reproduce a finding with build-fuzz/bin/<target> <artifact>; each one is fixed with a
 # regression test in the relevant folder's tests/.
@@ -18,7 +19,8 @@ seconds=${1:-60}
 build=${KQ_FUZZ_BUILD:-build-fuzz}
 jobs=$(nproc)
 # target and the seed directory it starts from
-targets=(fuzz_kqr fuzz_compare fuzz_ignoretags fuzz_lossyrates fuzz_jpeg2000 fuzz_imgproc fuzz_gwav)
+all_targets=(fuzz_kqr fuzz_compare fuzz_ignoretags fuzz_lossyrates fuzz_jpeg2000 fuzz_imgproc fuzz_gwav)
+read -r -a targets <<<"${KQ_FUZZ_TARGETS:-${all_targets[*]}}"
 declare -A seedsOf=([fuzz_kqr]=kqr [fuzz_compare]=compare [fuzz_ignoretags]=ignoretags
                     [fuzz_lossyrates]=lossyrates [fuzz_jpeg2000]=jpeg2000
                     [fuzz_imgproc]=imgproc [fuzz_gwav]=gwav)

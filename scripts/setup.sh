@@ -7,6 +7,7 @@ KQ_PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libacl1-dev libattr1-dev acl attr zlib1g-dev nlohmann-json3-dev
   python3-pydicom python3-numpy libgdcm-tools dicom3tools strace parallel
+  openssh-server openssh-client iproute2
 )
 # Only the fuzz step (scripts/fuzz.sh) needs these: clang with its libFuzzer and sanitizer runtimes.
 KQ_FUZZ_PACKAGES=(clang libclang-rt-14-dev)

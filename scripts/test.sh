@@ -3,7 +3,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
-kq_install_packages
+kq_install_packages lintian
 
 jobs=$(nproc)
 
@@ -23,10 +23,16 @@ done
 scratch=$(mktemp -d)
 dpkg-deb -x "$deb" "$scratch"
 usage=$("$scratch/usr/bin/applyChanges" -h 2>&1)
-page=$(MANPAGER=cat MANWIDTH=80 man -l "$scratch/usr/share/man/man1/applyChanges.1")
+page=$(MANPAGER=cat MANWIDTH=80 man -l "$scratch/usr/share/man/man1/applyChanges.1.gz")
+archive=$("$scratch/usr/bin/apply-archive" -h)
 rm -rf "$scratch"
 grep -q '^applyChanges \[-h\] \[-v\] -p <kqrfile>' <<<"$usage" || { echo "applyChanges -h: $usage"; exit 1; }
-grep -q '^GUARANTEES' <<<"$page" || { echo "man -l applyChanges.1 shows no GUARANTEES"; exit 1; }
+grep -q '^GUARANTEES' <<<"$page" || { echo "man -l applyChanges.1.gz shows no GUARANTEES"; exit 1; }
+grep -q 'apply-archive.sh \[options\] <manifest>' <<<"$archive" || { echo "apply-archive -h: $archive"; exit 1; }
+echo "== lintian"
+# errors fail the run; warnings and notes are shown
+lintian --no-tag-display-limit "$deb" | tee build/lintian.log
+if grep -q '^E: ' build/lintian.log; then echo "lintian found errors"; exit 1; fi
 
 echo "== build (AddressSanitizer + UndefinedBehaviorSanitizer)"
 kq_build build-asan -DKQ_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug

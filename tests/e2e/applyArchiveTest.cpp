@@ -1,63 +1,170 @@
-// scripts/apply-archive.sh over a manifest of studies, with GNU parallel running local jobs: the
-// summary, the job log that lets a failed study be run again, and a manifest it refuses.
+// scripts/apply-archive.sh over 20 generated studies with GNU parallel running local jobs: a
+// failure in the middle, a reordered and extended manifest, a killed run, each resumed to the end
+// with every object edited exactly once (an object replaced gets a new inode).
 #include "tests/fixtures/Fixtures.h"
+#include "tests/fixtures/ProcessRunner.h"
 #include "dcmutils/KqRWriter.h"
 
 #include "dcmtk/dcmdata/dcdeftag.h"
 
 #include <gtest/gtest.h>
 
+#include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <map>
 
 using namespace fixtures;
 
-TEST(ApplyArchive, RunsResumesAndSummarises)
+namespace {
+
+// The inode of every object of the studies, by path.
+std::map<std::string, ino_t> inodes(const TempDir& root, int studies)
+{
+    std::map<std::string, ino_t> all;
+    for (int s = 1; s <= studies; ++s)
+        for (const std::string& name : listDir(root.file("s" + std::to_string(s))))
+        {
+            struct stat status;
+            const std::string path = root.file("s" + std::to_string(s) + "/" + name);
+            if (name != ".tmp" && stat(path.c_str(), &status) == 0)
+                all[path] = status.st_ino;
+        }
+    return all;
+}
+
+std::string manifestOf(const TempDir& root, const std::string& kqr, const std::vector<int>& studies)
+{
+    std::string manifest = "# studies of one archive\n";
+    for (int s : studies)
+        manifest += kqr + "\t" + root.file("s" + std::to_string(s)) + "\n";
+    return manifest;
+}
+
+} // namespace
+
+TEST(ApplyArchive, ResumesByStudyAfterAFailureAReorderingAndAKill)
 {
     TempDir root;
     const std::string kqr = root.file("edit.kqr");
     KqRWriter writer;
     writer.setStudyAttribute(DCM_PatientName, "Archive^Run");
     ASSERT_TRUE(writer.save(kqr.c_str()).good());
-    std::string manifest = "# studies of one archive\n";
-    for (const char* name : {"s1", "s2", "s3"})
+    for (int s = 1; s <= 21; ++s)
     {
-        ASSERT_EQ(0, mkdir(root.file(name).c_str(), 0755));
-        writeStudy(root.file(name), 1, 2);
-        manifest += kqr + "\t" + root.file(name) + "\n\n";
+        ASSERT_EQ(0, mkdir(root.file("s" + std::to_string(s)).c_str(), 0755));
+        writeStudy(root.file("s" + std::to_string(s)), 1, s <= 20 ? 2 : 40);
     }
-    const std::string damaged = root.file("s2/IM2");
+    const std::string damaged = root.file("s10/IM2");
     const std::string good = readFile(damaged);
     ASSERT_TRUE(writeFile(damaged, "not an object"));
-    ASSERT_TRUE(writeFile(root.file("manifest"), manifest));
-
+    std::vector<int> order;
+    for (int s = 1; s <= 20; ++s)
+        order.push_back(s);
+    ASSERT_TRUE(writeFile(root.file("manifest"), manifestOf(root, kqr, order)));
     const std::string script = std::string(KQ_SOURCE_DIR) + "/scripts/apply-archive.sh";
-    const std::vector<std::string> args{script, "-q", "-S", ":", "-j", "2", "-b", program("applyChanges")};
+    const std::vector<std::string> args{script, "-q", "-j", "2", "-b", program("applyChanges")};
+    auto archive = [&](const std::vector<std::string>& more) {
+        std::vector<std::string> argv = args;
+        argv.insert(argv.end(), more.begin(), more.end());
+        argv.push_back(root.file("manifest"));
+        return run(argv);
+    };
+
+    // the failure in the middle: named with its first error line; the others done
+    RunResult r = archive({});
+    EXPECT_EQ(1, r.status) << r.err;
+    EXPECT_NE(std::string::npos, r.out.find("  failed: " + root.file("s10") + ": Error loading " + damaged)) << r.out;
+    EXPECT_NE(std::string::npos, r.out.find("studies: 20 in the manifest, 19 done, 1 failed, 0 pending\n")) << r.out;
+    const std::map<std::string, ino_t> first = inodes(root, 20);
+
+    // mended; the manifest reversed and extended: the failed study and the new one run, no other
+    ASSERT_TRUE(writeFile(damaged, good));
+    std::reverse(order.begin(), order.end());
+    order.push_back(21);
+    ASSERT_TRUE(writeFile(root.file("manifest"), manifestOf(root, kqr, order)));
+    r = archive({"-t"});
+    EXPECT_EQ(1, r.status);
+    EXPECT_NE(std::string::npos, r.out.find("21 in the manifest, 19 done, 1 failed, 1 pending\n")) << r.out;
+    r = archive({});
+    EXPECT_EQ(0, r.status) << r.out << r.err;
+    EXPECT_NE(std::string::npos, r.out.find("studies: 21 in the manifest, 21 done, 0 failed, 0 pending\n")) << r.out;
+    const std::map<std::string, ino_t> second = inodes(root, 20);
+    for (const auto& object : first)
+        if (object.first.find("/s10/") == std::string::npos)
+            EXPECT_EQ(object.second, second.at(object.first)) << object.first << " edited twice";
+    EXPECT_EQ("Archive^Run", attribute(damaged, DCM_PatientName));
+    EXPECT_EQ("Archive^Run", attribute(root.file("s21/IM40"), DCM_PatientName));
+
+    // a new edit over study 21 alone, killed while it runs, then resumed
+    KqRWriter again;
+    again.setStudyAttribute(DCM_PatientName, "Second^Run");
+    ASSERT_TRUE(again.save(kqr.c_str()).good());
+    ASSERT_TRUE(writeFile(root.file("manifest"), manifestOf(root, kqr, {21})));
+    const std::map<std::string, ino_t> pre = inodes(root, 21);
+    Launched killed;
     std::vector<std::string> argv = args;
     argv.push_back(root.file("manifest"));
-    RunResult r = run(argv);
-    EXPECT_EQ(1, r.status) << r.err;
-    EXPECT_NE(std::string::npos,
-              r.out.find("  failed (exit 1): " + root.file("s2") + "\nstudies: 3 in the manifest, 2 done, 1 failed, "
-                         "0 left\n"))
-        << r.out;
-    // each job's lines come tagged with its study
-    EXPECT_NE(std::string::npos, r.err.find(root.file("s2") + ":\tApplying soft edit changes to object failed: " +
-                                            damaged))
-        << r.err;
-    EXPECT_EQ("Archive^Run", attribute(root.file("s3/IM1"), DCM_PatientName));
-
-    // the damaged object mended, only the failed study runs again
-    ASSERT_TRUE(writeFile(damaged, good));
-    argv.insert(argv.begin() + 1, "-r");
-    r = run(argv);
+    ASSERT_TRUE(killed.start(argv));
+    // once the first objects are edited
+    for (int i = 0; i < 3000 && attribute(root.file("s21/IM1"), DCM_PatientName) != "Second^Run"; ++i)
+        usleep(1000);
+    killed.kill(SIGTERM);
+    const Outcome stopped = killed.wait(60);
+    EXPECT_EQ(1, stopped.status) << stopped.describe();
+    const std::map<std::string, ino_t> mid = inodes(root, 21);
+    r = archive({});
     EXPECT_EQ(0, r.status) << r.out << r.err;
-    EXPECT_NE(std::string::npos, r.out.find("studies: 3 in the manifest, 3 done, 0 failed, 0 left\n")) << r.out;
-    EXPECT_EQ("Archive^Run", attribute(damaged, DCM_PatientName));
+    int editedBeforeTheKill = 0;
+    for (const auto& object : inodes(root, 21))
+    {
+        if (object.first.find("/s21/") == std::string::npos)
+            continue;
+        EXPECT_EQ("Second^Run", attribute(object.first, DCM_PatientName)) << object.first;
+        if (mid.at(object.first) != pre.at(object.first))
+        {
+            ++editedBeforeTheKill;
+            EXPECT_EQ(mid.at(object.first), object.second) << object.first << " edited twice";
+        }
+    }
+    EXPECT_GT(editedBeforeTheKill, 0);
 
-    ASSERT_TRUE(writeFile(root.file("bad"), kqr + " " + root.file("s1") + "\n"));
-    argv = args;
-    argv.push_back(root.file("bad"));
-    r = run(argv);
+    // a manifest line without its tab is refused before anything runs
+    ASSERT_TRUE(writeFile(root.file("manifest"), kqr + " " + root.file("s1") + "\n"));
+    r = archive({});
     EXPECT_EQ(2, r.status);
-    EXPECT_EQ("apply-archive: " + root.file("bad") + " line 1: expected <KqR file><tab><study directory>\n", r.err);
+    EXPECT_EQ("apply-archive: " + root.file("manifest") + " line 1: expected <KqR file><tab><study directory>\n",
+              r.err);
+}
+
+TEST(ApplyArchive, TwoHostsEditTheStudiesTheyShare)
+{
+    TempDir root;
+    const std::string kqr = root.file("edit.kqr");
+    KqRWriter writer;
+    writer.setStudyAttribute(DCM_PatientName, "Two^Hosts");
+    ASSERT_TRUE(writer.save(kqr.c_str()).good());
+    std::vector<int> studies;
+    for (int s = 1; s <= 6; ++s)
+    {
+        ASSERT_EQ(0, mkdir(root.file("s" + std::to_string(s)).c_str(), 0755));
+        writeStudy(root.file("s" + std::to_string(s)), 1, 10);
+        studies.push_back(s);
+    }
+    ASSERT_TRUE(writeFile(root.file("manifest"), manifestOf(root, kqr, studies)));
+    const RunResult r = run({std::string(KQ_SOURCE_DIR) + "/tests/e2e/two_hosts.sh", program("applyChanges"),
+                             std::string(KQ_SOURCE_DIR) + "/scripts/apply-archive.sh", root.file("manifest"),
+                             root.path()});
+    if (r.status == 77)
+        GTEST_SKIP() << r.err;
+    ASSERT_EQ(0, r.status) << r.out << r.err;
+    EXPECT_NE(std::string::npos, r.out.find("studies: 6 in the manifest, 6 done, 0 failed, 0 pending\n")) << r.out;
+    for (int s : studies)
+        EXPECT_EQ("Two^Hosts", attribute(root.file("s" + std::to_string(s) + "/IM10"), DCM_PatientName));
+    // the job log names the host of each job: both took some
+    const std::string joblog = readFile(root.file("joblog"));
+    EXPECT_NE(std::string::npos, joblog.find("\t:\t")) << joblog;
+    EXPECT_NE(std::string::npos, joblog.find("root@10.77.0.2\t")) << joblog;
 }
