@@ -28,7 +28,7 @@ foreach(page ${KQ_INSTALLED_PAGES})
   if(EXISTS ${PROJECT_SOURCE_DIR}/man/${page}.1)
     add_custom_command(OUTPUT ${KQ_GZ_DIR}/${page}.1.gz
                        COMMAND ${CMAKE_COMMAND} -E make_directory ${KQ_GZ_DIR}
-                       COMMAND sh -c "${GZIP} -9n < '${PROJECT_SOURCE_DIR}/man/${page}.1' > '${KQ_GZ_DIR}/${page}.1.gz'"
+                       COMMAND ${GZIP} -9n -c ${PROJECT_SOURCE_DIR}/man/${page}.1 > ${KQ_GZ_DIR}/${page}.1.gz
                        DEPENDS ${PROJECT_SOURCE_DIR}/man/${page}.1)
     list(APPEND KQ_GZ_FILES ${KQ_GZ_DIR}/${page}.1.gz)
     install(FILES ${KQ_GZ_DIR}/${page}.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
@@ -36,7 +36,7 @@ foreach(page ${KQ_INSTALLED_PAGES})
 endforeach()
 add_custom_command(OUTPUT ${KQ_GZ_DIR}/changelog.Debian.gz
                    COMMAND ${CMAKE_COMMAND} -E make_directory ${KQ_GZ_DIR}
-                   COMMAND sh -c "${GZIP} -9n < '${PROJECT_SOURCE_DIR}/packaging/changelog.Debian' > '${KQ_GZ_DIR}/changelog.Debian.gz'"
+                   COMMAND ${GZIP} -9n -c ${PROJECT_SOURCE_DIR}/packaging/changelog.Debian > ${KQ_GZ_DIR}/changelog.Debian.gz
                    DEPENDS ${PROJECT_SOURCE_DIR}/packaging/changelog.Debian)
 list(APPEND KQ_GZ_FILES ${KQ_GZ_DIR}/changelog.Debian.gz)
 add_custom_target(kq_compressed_docs ALL DEPENDS ${KQ_GZ_FILES})

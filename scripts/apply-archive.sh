@@ -61,8 +61,8 @@ run_job() {
   local outcome=done first=
   if [ "$status" -ne 0 ]; then
     outcome=failed
-    # the first line of the error, not the toolkit's own warnings
-    first=$(grep -v -E '^[WIDT]: ' "$log" | head -1)
+    # the first line of the error, not the toolkit's own log lines ("E: ...")
+    first=$(grep -v -E '^[FEWIDT]: ' "$log" | head -1)
     [ -n "$first" ] || first="applyChanges ended with exit status $status"
   fi
   # written whole, then renamed: a killed job leaves the previous record or none

@@ -93,8 +93,12 @@ TEST(ApplyArchive, ResumesByStudyAfterAFailureAReorderingAndAKill)
     EXPECT_NE(std::string::npos, r.out.find("studies: 21 in the manifest, 21 done, 0 failed, 0 pending\n")) << r.out;
     const std::map<std::string, ino_t> second = inodes(root, 20);
     for (const auto& object : first)
+    {
         if (object.first.find("/s10/") == std::string::npos)
+        {
             EXPECT_EQ(object.second, second.at(object.first)) << object.first << " edited twice";
+        }
+    }
     EXPECT_EQ("Archive^Run", attribute(damaged, DCM_PatientName));
     EXPECT_EQ("Archive^Run", attribute(root.file("s21/IM40"), DCM_PatientName));
 
