@@ -125,10 +125,16 @@ std::string TemporaryDirectory::reach(const std::string& name) const
 
 OFCondition TemporaryDirectory::createFile(const std::string& name, int& fd)
 {
-    fd = -1;
-    if (unlinkat(m_fd, name.c_str(), 0) != 0 && errno != ENOENT)
-        return systemError(errno);
-    fd = openat(m_fd, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    const int flags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    fd = openat(m_fd, name.c_str(), flags, 0600);
+    // a stale entry of that name (a planted link, a file of an earlier process) is removed, never
+    // opened; the usual new name costs one call
+    if (fd < 0 && errno == EEXIST)
+    {
+        if (unlinkat(m_fd, name.c_str(), 0) != 0 && errno != ENOENT)
+            return systemError(errno);
+        fd = openat(m_fd, name.c_str(), flags, 0600);
+    }
     return fd < 0 ? systemError(errno) : EC_Normal;
 }
 
