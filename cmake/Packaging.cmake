@@ -19,7 +19,7 @@ install(PROGRAMS ${PROJECT_SOURCE_DIR}/scripts/apply-archive.sh DESTINATION ${CM
         RENAME apply-archive)
 list(APPEND KQ_INSTALLED_PAGES apply-archive)
 
-# Manual pages and the package's changelog compressed as Debian wants them (gzip -9n: no name,
+# Manual pages and the (native) package's changelog compressed as Debian wants them (gzip -9n: no name,
 # no time stamp, so the bytes depend on the text alone); the copyright file beside them.
 find_program(GZIP gzip REQUIRED)
 set(KQ_GZ_DIR ${PROJECT_BINARY_DIR}/gz)
@@ -34,13 +34,13 @@ foreach(page ${KQ_INSTALLED_PAGES})
     install(FILES ${KQ_GZ_DIR}/${page}.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   endif()
 endforeach()
-add_custom_command(OUTPUT ${KQ_GZ_DIR}/changelog.Debian.gz
+add_custom_command(OUTPUT ${KQ_GZ_DIR}/changelog.gz
                    COMMAND ${CMAKE_COMMAND} -E make_directory ${KQ_GZ_DIR}
-                   COMMAND ${GZIP} -9n -c ${PROJECT_SOURCE_DIR}/packaging/changelog.Debian > ${KQ_GZ_DIR}/changelog.Debian.gz
-                   DEPENDS ${PROJECT_SOURCE_DIR}/packaging/changelog.Debian)
-list(APPEND KQ_GZ_FILES ${KQ_GZ_DIR}/changelog.Debian.gz)
+                   COMMAND ${GZIP} -9n -c ${PROJECT_SOURCE_DIR}/packaging/changelog > ${KQ_GZ_DIR}/changelog.gz
+                   DEPENDS ${PROJECT_SOURCE_DIR}/packaging/changelog)
+list(APPEND KQ_GZ_FILES ${KQ_GZ_DIR}/changelog.gz)
 add_custom_target(kq_compressed_docs ALL DEPENDS ${KQ_GZ_FILES})
-install(FILES ${KQ_GZ_DIR}/changelog.Debian.gz ${PROJECT_SOURCE_DIR}/packaging/copyright
+install(FILES ${KQ_GZ_DIR}/changelog.gz ${PROJECT_SOURCE_DIR}/packaging/copyright
         DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/kqarchive)
 
 # every manual page formats without a warning of groff
@@ -55,13 +55,15 @@ endif()
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME kqarchive)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-set(CPACK_PACKAGE_CONTACT "KQ archive developers <kq-archive@localhost>")
+set(CPACK_PACKAGE_CONTACT "KQ archive developers <kq-archive@example.org>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "DICOM tools of the KQ archive: soft edits, comparison, transcoding")
 set(CPACK_PACKAGE_DESCRIPTION
-    "applyChanges applies the soft edit changes of a KqR file to stored DICOM objects, verified and
-made durable object by object; makeKqR writes KqR files, objdiff compares objects, transcode
-re-encodes pixel data (RLE, JPEG, JPEG-LS, JPEG 2000), convertPrivateTags moves legacy
-private elements and gwav codes the wavelet image dumps.")
+    "applyChanges applies the soft edit changes of a KqR file to stored DICOM
+objects, verified and made durable object by object; previewChanges shows
+what it would change; makeKqR writes KqR files, objdiff compares objects,
+transcode re-encodes pixel data (RLE, JPEG, JPEG-LS, JPEG 2000),
+convertPrivateTags moves legacy private elements, gwav codes the wavelet
+image dumps and apply-archive runs soft edits over many studies.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
