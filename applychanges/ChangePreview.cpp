@@ -100,14 +100,9 @@ void ChangePreview::previewObject(const char* path)
 bool ChangePreview::previewStudyDirectory(const char* path)
 {
     ObjectDirectory* directory = m_directories.directory(path);
-    const int listing = directory ? openat(directory->fd(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
-    DIR* dir = listing >= 0 ? fdopendir(listing) : nullptr;
+    DIR* dir = directory ? directory->list() : nullptr;
     if (!dir)
-    {
-        if (listing >= 0)
-            close(listing);
         return false;
-    }
     while (struct dirent* entry = readdir(dir))
         if (m_rules.byEntry(entry->d_name, entry->d_type).verdict != ObjectDecision::OD_SKIP)
             look(std::string(path) + "/" + entry->d_name, entry->d_name, entry->d_type, *directory, true);

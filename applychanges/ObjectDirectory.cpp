@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 ObjectDirectory::ObjectDirectory() : m_fd(-1) {}
 
 ObjectDirectory::~ObjectDirectory()
@@ -22,4 +24,17 @@ std::string ObjectDirectory::reach(const std::string& name) const
 {
     static const bool hasProc = access("/proc/self/fd", X_OK) == 0;
     return (hasProc ? "/proc/self/fd/" + std::to_string(m_fd) : m_path) + "/" + name;
+}
+
+DIR* ObjectDirectory::list() const
+{
+    const int listing = openat(m_fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    DIR* dir = listing >= 0 ? fdopendir(listing) : nullptr;
+    if (!dir && listing >= 0)
+    {
+        const int error = errno;
+        close(listing);
+        errno = error;
+    }
+    return dir;
 }

@@ -3,6 +3,8 @@
 #ifndef APPLYCHANGES_OBJECTDIRECTORY_H
 #define APPLYCHANGES_OBJECTDIRECTORY_H
 
+#include <dirent.h>
+
 #include <string>
 
 /** Owns an open directory descriptor. */
@@ -24,6 +26,9 @@ public:
     /** A path that reaches name in this directory wherever the directory has gone since it was
      *  opened (through /proc/self/fd where the system has it, else by the path). */
     std::string reach(const std::string& name) const;
+    /** A listing of this very directory (readdir), owned by the caller (closedir), or null with
+     *  errno set. */
+    DIR* list() const;
 
 private:
     ObjectDirectory(const ObjectDirectory&) = delete;

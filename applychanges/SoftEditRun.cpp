@@ -356,12 +356,9 @@ int SoftEditRun::applyToSingleObject(const char* objectName)
 int SoftEditRun::applyToStudyDirectory(const char* studyDir)
 {
     ObjectDirectory* directory = m_directories.directory(studyDir);
-    const int listing = directory ? openat(directory->fd(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
-    DIR* dir = listing >= 0 ? fdopendir(listing) : nullptr;
+    DIR* dir = directory ? directory->list() : nullptr;
     if (!dir)
     {
-        if (listing >= 0)
-            close(listing);
         std::cerr << "Study directory could not be opened: " << studyDir << std::endl;
         return 1;
     }

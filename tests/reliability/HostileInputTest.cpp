@@ -95,12 +95,7 @@ TEST(HostileInput, DirectoryRunCommitsWhatCameBeforeAndRefusesADeepKqR)
     writeStudy(study, 1, 4);
     ASSERT_TRUE(writeFile(study + "/NESTED", nestedObject(20000, NEST_EXPLICIT_UNDEFINED)));
     ASSERT_TRUE(writeFile(dir.file("deep.kqr"), nestedObject(20000, NEST_IMPLICIT_UNDEFINED)));
-    std::vector<std::string> order;
-    DIR* listing = opendir(study.c_str());
-    while (struct dirent* e = readdir(listing))
-        if (e->d_name[0] != '.')
-            order.push_back(e->d_name);
-    closedir(listing);
+    const std::vector<std::string> order = listDir(study, false); // the walk's order
     std::map<std::string, std::string> before;
     for (const std::string& name : order)
         before[name] = readFile(study + "/" + name);
