@@ -25,11 +25,11 @@ class DicomStreamScan
 {
 public:
     /// Deepest nesting of sequences accepted: far beyond what real objects use (a handful).
-    static const unsigned MAX_DEPTH = 256;
+    static constexpr unsigned MAX_DEPTH = 256;
     /// A deflated data set may inflate to this many times its compressed size...
-    static const unsigned long long MAX_INFLATE_RATIO = 100;
+    static constexpr unsigned long long MAX_INFLATE_RATIO = 100;
     /// ...or to this size, whichever is larger.
-    static const unsigned long long MAX_INFLATE_FLOOR = 256ull << 20;
+    static constexpr unsigned long long MAX_INFLATE_FLOOR = 256ull << 20;
 
     /** Scans file from its start.
      *  @return EC_Normal when nothing the toolkit could not survive was found (also when the

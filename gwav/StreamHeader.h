@@ -10,7 +10,7 @@ struct StreamHeader
 {
     static const size_t SIZE = 10;
     // Samples of an image at most (64 Mi: 8192 x 8192 grey): 512 MB of coefficients.
-    static const unsigned long long MAX_SAMPLES = 64ull << 20;
+    static constexpr unsigned long long MAX_SAMPLES = 64ull << 20;
 
     int m_bytesPerPixel = 0;
     int m_parameter = 0; // stored and returned; the codec does not interpret it
