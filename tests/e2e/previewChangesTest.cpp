@@ -9,6 +9,8 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
+
 using namespace fixtures;
 
 namespace {
@@ -62,7 +64,23 @@ TEST(PreviewChanges, ShowsWhatTheRunThenDoesAndWritesNothing)
     for (const std::string& name : listDir(study))
         after[name] = readFile(study + "/" + name);
     EXPECT_EQ(before, after); // nothing written, no .tmp
+    // the fields the manual page documents, and no others
+    auto keys = [](const nlohmann::json& object) {
+        std::vector<std::string> names;
+        for (auto it = object.begin(); it != object.end(); ++it)
+            names.push_back(it.key());
+        std::sort(names.begin(), names.end());
+        return names;
+    };
+    EXPECT_EQ((std::vector<std::string>{"changeSetRefusal", "items", "kqrFile", "objects", "stopsAt", "summary"}),
+              keys(preview));
     ASSERT_EQ(4u, preview["objects"].size());
+    for (const nlohmann::json& object : preview["objects"])
+        EXPECT_EQ((std::vector<std::string>{"changes", "matched", "path", "reason", "sopInstanceUID", "state"}),
+                  keys(object));
+    EXPECT_EQ((std::vector<std::string>{"level", "objects", "seriesUID", "uid"}), keys(preview["items"][0]));
+    EXPECT_EQ((std::vector<std::string>{"change", "failed", "refused", "unchanged", "unmatchedItems"}),
+              keys(preview["summary"]));
     EXPECT_EQ(nullptr, preview["stopsAt"]);
     EXPECT_EQ(1, preview["summary"]["unmatchedItems"]);
     EXPECT_EQ("9.9.9", preview["items"][1]["uid"]);
