@@ -90,9 +90,11 @@ OFCondition insertAndRecord(DcmDataset& target, DcmElement* element, Record& rec
 OFCondition placePrivateElement(DcmDataset& target, DcmElement& copy, Record& record)
 {
     const DcmTagKey key = copy.getTag();
-    const char* creator = copy.getTag().getPrivateCreator();
-    if (!creator || !*creator)
+    const char* named = copy.getTag().getPrivateCreator();
+    if (!named || !*named)
         return EC_CorruptedData; // without its creator it has no place
+    // a copy: the tag's own string goes when the tag is changed below
+    const OFString creator(named);
     Uint16 block = 0;
     Uint16 free = 0;
     for (Uint16 slot = 0x10; slot <= 0xff && !block; ++slot)
@@ -112,7 +114,7 @@ OFCondition placePrivateElement(DcmDataset& target, DcmElement& copy, Record& re
             return EC_NoFreePrivateBlock;
         block = free;
         DcmElement* reservation = new DcmLongString(DcmTag(key.getGroup(), block, EVR_LO));
-        reservation->putString(creator);
+        reservation->putString(creator.c_str());
         const OFCondition cond = insertAndRecord(target, reservation, record);
         if (cond.bad())
         {
@@ -123,7 +125,7 @@ OFCondition placePrivateElement(DcmDataset& target, DcmElement& copy, Record& re
     // the tag is a plain member of the element; DCMTK offers no setter for the element number
     DcmTag& tag = OFconst_cast(DcmTag&, copy.getTag());
     tag.setElement(OFstatic_cast(Uint16, (block << 8) | (key.getElement() & 0xff)));
-    tag.setPrivateCreator(creator);
+    tag.setPrivateCreator(creator.c_str());
     return EC_Normal;
 }
 

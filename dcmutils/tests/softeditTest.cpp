@@ -183,3 +183,53 @@ TEST(SoftEdit, SequencesAreCopiedDeeply)
     ASSERT_TRUE(object->getDataset()->findAndGetString(DCM_ReferencedSOPInstanceUID, uid, OFTrue).good());
     EXPECT_STREQ("1.2.3", uid);
 }
+
+TEST(SoftEdit, PrivateElementsGoIntoTheTargetsBlockOfTheirCreator)
+{
+    auto privateLO = [](Uint16 element, const char* creator) {
+        DcmTag tag(0x0019, element, creator);
+        tag.setVR(EVR_LO);
+        return tag;
+    };
+    // the change set's element of "ACME" sits in its block 10; the targets use their own blocks
+    KqRWriter kqr;
+    DcmItem* change = nullptr;
+    ASSERT_TRUE(kqr.changeItem(change).good());
+    ASSERT_TRUE(change->putAndInsertString(DcmTag(0x0019, 0x0010, EVR_LO), "ACME").good());
+    ASSERT_TRUE(change->putAndInsertString(privateLO(0x1001, "ACME"), "edited").good());
+    TempDir dir;
+    ASSERT_TRUE(kqr.save(dir.file("kqr").c_str()).good());
+    DcmFileFormat changes;
+    ASSERT_TRUE(changes.loadFile(dir.file("kqr").c_str()).good());
+
+    struct Case
+    {
+        const char* what;
+        std::vector<std::pair<Uint16, const char*>> creators; // the target's creator slots
+        Uint16 expected;                                      // the element written
+    };
+    const std::vector<Case> cases = {
+        {"no block: the first free slot", {}, 0x1001},
+        {"slot 10 another creator's: 11", {{0x10, "OTHER"}}, 0x1101},
+        {"its own block at 12", {{0x10, "OTHER"}, {0x12, "ACME"}}, 0x1201},
+    };
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(c.what);
+        auto object = target();
+        DcmDataset& ds = *object->getDataset();
+        for (const auto& slot : c.creators)
+            ASSERT_TRUE(ds.putAndInsertString(DcmTag(0x0019, slot.first, EVR_LO), slot.second).good());
+        if (!c.creators.empty())
+        {
+            ASSERT_TRUE(ds.putAndInsertString(privateLO(0x1001, "OTHER"), "theirs").good());
+        }
+        ASSERT_TRUE(applyModifications(ds, *changes.getDataset()).good());
+        EXPECT_EQ("edited", value(ds, DcmTagKey(0x0019, c.expected)));
+        for (const auto& slot : c.creators)
+            EXPECT_EQ(slot.second, value(ds, DcmTagKey(0x0019, slot.first)));
+        // another creator's element stays; a new block gets its creator
+        EXPECT_EQ(c.creators.empty() ? "ACME" : "theirs",
+                  value(ds, DcmTagKey(0x0019, c.creators.empty() ? 0x0010 : 0x1001)));
+    }
+}
