@@ -43,20 +43,29 @@ std::string manifestOf(const TempDir& root, const std::string& kqr, const std::v
     return manifest;
 }
 
+// A KqR file at root/edit.kqr that renames the patient, and the studies s1..sN of objects(s)
+// objects each; returns the KqR file's path.
+std::string writeArchive(const TempDir& root, const char* name, int studies, int (*objects)(int))
+{
+    const std::string kqr = root.file("edit.kqr");
+    KqRWriter writer;
+    writer.setStudyAttribute(DCM_PatientName, name);
+    EXPECT_TRUE(writer.save(kqr.c_str()).good());
+    for (int s = 1; s <= studies; ++s)
+    {
+        EXPECT_EQ(0, mkdir(root.file("s" + std::to_string(s)).c_str(), 0755));
+        writeStudy(root.file("s" + std::to_string(s)), 1, objects(s));
+    }
+    return kqr;
+}
+
 } // namespace
 
 TEST(ApplyArchive, ResumesByStudyAfterAFailureAReorderingAndAKill)
 {
     TempDir root;
-    const std::string kqr = root.file("edit.kqr");
-    KqRWriter writer;
-    writer.setStudyAttribute(DCM_PatientName, "Archive^Run");
-    ASSERT_TRUE(writer.save(kqr.c_str()).good());
-    for (int s = 1; s <= 21; ++s)
-    {
-        ASSERT_EQ(0, mkdir(root.file("s" + std::to_string(s)).c_str(), 0755));
-        writeStudy(root.file("s" + std::to_string(s)), 1, s <= 20 ? 2 : 40);
-    }
+    // 20 studies of 2 objects, and a 21st of 40 to be killed in
+    const std::string kqr = writeArchive(root, "Archive^Run", 21, [](int s) { return s <= 20 ? 2 : 40; });
     const std::string damaged = root.file("s10/IM2");
     const std::string good = readFile(damaged);
     ASSERT_TRUE(writeFile(damaged, "not an object"));
@@ -146,17 +155,8 @@ TEST(ApplyArchive, ResumesByStudyAfterAFailureAReorderingAndAKill)
 TEST(ApplyArchive, TwoHostsEditTheStudiesTheyShare)
 {
     TempDir root;
-    const std::string kqr = root.file("edit.kqr");
-    KqRWriter writer;
-    writer.setStudyAttribute(DCM_PatientName, "Two^Hosts");
-    ASSERT_TRUE(writer.save(kqr.c_str()).good());
-    std::vector<int> studies;
-    for (int s = 1; s <= 6; ++s)
-    {
-        ASSERT_EQ(0, mkdir(root.file("s" + std::to_string(s)).c_str(), 0755));
-        writeStudy(root.file("s" + std::to_string(s)), 1, 10);
-        studies.push_back(s);
-    }
+    const std::string kqr = writeArchive(root, "Two^Hosts", 6, [](int) { return 10; });
+    const std::vector<int> studies{1, 2, 3, 4, 5, 6};
     ASSERT_TRUE(writeFile(root.file("manifest"), manifestOf(root, kqr, studies)));
     const RunResult r = run({std::string(KQ_SOURCE_DIR) + "/tests/e2e/two_hosts.sh", program("applyChanges"),
                              std::string(KQ_SOURCE_DIR) + "/scripts/apply-archive.sh", root.file("manifest"),
