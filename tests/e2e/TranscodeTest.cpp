@@ -131,30 +131,6 @@ TEST(Transcode, UsageAndFailuresLeaveNothingBehind)
     EXPECT_EQ(std::vector<std::string>({"in.dcm", "out.dcm"}), fixtures::listDir(dir.path()));
 }
 
-TEST(Transcode, LosslessRoundTrip)
-{
-    fixtures::TempDir dir;
-    codectest::ImageSpec spec = noisyImage();
-    spec.isSigned = true;
-    spec.frames = 3;
-    const std::string in = writeImage(dir, "in.dcm", spec);
-    const std::string j2k = dir.file("j2k.dcm");
-    const std::string back = dir.file("back.dcm");
-    fixtures::RunResult r = transcode({"-v", "-x", lossless, in, j2k});
-    ASSERT_EQ(0, r.status) << r.err;
-    EXPECT_EQ("Transcoding " + in + " from Little Endian Explicit to JPEG 2000 (Lossless only)\n"
-              "JPEG 2000 rate 1 for modality CT (lossless)\n"
-              "Wrote " + j2k + "\n",
-              r.out);
-    EXPECT_EQ("", r.err);
-    EXPECT_EQ(lossless, transferSyntax(j2k));
-    r = transcode({"-x", explicitLE, j2k, back});
-    ASSERT_EQ(0, r.status) << r.err;
-    EXPECT_EQ("", r.out + r.err);
-    EXPECT_EQ(explicitLE, transferSyntax(back));
-    EXPECT_TRUE(codectest::pixelBytes(*load(in)->getDataset()) == codectest::pixelBytes(*load(back)->getDataset()));
-}
-
 TEST(Transcode, LossyRateComesFromTheConfigurationByModality)
 {
     fixtures::TempDir dir;
@@ -175,7 +151,7 @@ TEST(Transcode, LossyRateComesFromTheConfigurationByModality)
         std::string verbose; // a line of the verbose output, or empty
     };
     const Case cases[] = {
-        {"", ct, 10.0, ""}, // the factory default 0.1
+        {"", ct, 10.0, "Transcoding " + ct + " from Little Endian Explicit to JPEG 2000"}, // the factory default 0.1
         {rates, ct, 5.0, ""},
         {rates, mr, 4.0, "JPEG 2000 rate 0.25 for modality MR\n"}, // an invalid MR line: the Default entry
         {rates, none, 4.0, "JPEG 2000 rate 0.25 for modality (none)\n"},
@@ -194,6 +170,7 @@ TEST(Transcode, LossyRateComesFromTheConfigurationByModality)
         {
             EXPECT_NE(std::string::npos, r.out.find(c.verbose)) << r.out;
         }
+        EXPECT_EQ(r.out.size() - out.size() - 7, r.out.rfind("Wrote " + out + "\n")) << r.out;
         if (c.ratio > 0)
         {
             EXPECT_NEAR(c.ratio, storedRatio(out), 0.06 * c.ratio);

@@ -1,15 +1,11 @@
-// applyChanges on a file system that fills up during the run (a small tmpfs, when this process
-// may mount one) and under a file size limit (RLIMIT_FSIZE, which needs no privileges and makes
-// the same writes fail with EFBIG): every object stays untouched or completely edited, the run
-// ends with exit 1 and the driver's exact messages, and nothing is left behind but the partly
-// written temporary file of the failed save, which the driver deliberately keeps in .tmp (the
-// directory walk skips .tmp; operators remove such leftovers once no run is active).
+// applyChanges on a file system without inodes (a small tmpfs, when this process may mount one)
+// and under a file size limit (RLIMIT_FSIZE: writes fail as on a full disk, without privileges):
+// every object stays untouched or completely edited, the run ends with exit 1 and the driver's
+// exact messages, and only the partly written temporary file of the failed save stays in .tmp.
 #include "tests/reliability/ReliabilitySupport.h"
 
-#include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -40,21 +36,6 @@ struct Tmpfs
     std::string m_directory;
     std::string m_error; // empty when mounted
 };
-
-// Takes all but `keep` bytes of the file system's free space.
-bool fillUp(const std::string& filler, long keep)
-{
-    struct statvfs st;
-    if (statvfs(filler.substr(0, filler.rfind('/')).c_str(), &st) != 0)
-        return false;
-    long left = long(st.f_bavail) * long(st.f_frsize) - keep;
-    const int fd = open(filler.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    const std::string block(1 << 16, 'f');
-    for (ssize_t n = 1; fd >= 0 && left > 0 && n > 0; left -= n)
-        n = write(fd, block.data(), size_t(std::min<long>(left, long(block.size()))));
-    close(fd);
-    return fd >= 0 && left == 0;
-}
 
 // The two lines of a failed save of the first object: its name, or empty when standard error
 // is not exactly the driver's report with the given reason.
@@ -87,74 +68,6 @@ void checkFailedSave(const Study& study, const std::string& directory, const std
 }
 
 } // namespace
-
-TEST(FullDisk, FileSystemFillingUpMidRun)
-{
-    TempDir root;
-    Study study;
-    StudyBuild build;
-    build.instancesPerSeries = 6;
-    build.rows = 64;
-    build.commentLength = 6000; // every edited object grows by about 6 KB
-    const std::string kqr = root.file("KqR.edit");
-    ASSERT_TRUE(buildStudy(build, root.file("source"), kqr, study));
-    Tmpfs disk(root.file("disk"), "size=4m,mode=0755");
-    if (!disk.m_error.empty())
-        GTEST_SKIP() << "no tmpfs can be mounted here (" << disk.m_error
-                     << "); FullDisk.FileSizeLimit covers the same failing writes";
-
-    // what the edit costs in pages: the largest edited object, and the least growth of one
-    const std::string dir = root.file("disk/study");
-    ASSERT_TRUE(study.reset(dir));
-    const Outcome sizing = applyChanges({"-p", kqr, "-d", dir});
-    ASSERT_TRUE(sizing.exited && sizing.status == 0) << sizing.describe();
-    const long page = 4096;
-    long largest = 0, growth = 0;
-    for (const StudyObject& object : study.objects())
-    {
-        const long after = (fileSize(dir + "/" + object.name) + page - 1) / page * page;
-        largest = std::max(largest, after);
-        growth += after - (long(object.original.size()) + page - 1) / page * page;
-    }
-    growth /= long(study.objects().size());
-    ASSERT_GT(growth, 0);
-
-    // free space left for the run: too little for the first object, then room for more and more
-    std::set<int> editedCounts;
-    for (long keep : {page, largest / 2, largest + growth, largest + 3 * growth, largest + 7 * growth,
-                      largest + 12 * growth})
-    {
-        SCOPED_TRACE("free bytes " + std::to_string(keep));
-        TempDir::removeTree(root.file("disk/filler"));
-        ASSERT_TRUE(study.reset(dir));
-        ASSERT_TRUE(fillUp(root.file("disk/filler"), keep));
-        const std::vector<std::string> order = study.walkOrder(dir);
-        Launched run;
-        ASSERT_TRUE(run.start({program("applyChanges"), "-p", kqr, "-d", dir}));
-        const Outcome outcome = run.wait();
-        ASSERT_TRUE(outcome.exited && outcome.status == 1) << outcome.describe();
-        const std::string failed = failedSave(outcome, run.pid(), dir, "No space left on device");
-        ASSERT_FALSE(failed.empty()) << outcome.err;
-        checkFailedSave(study, dir, order, failed, run.pid());
-        editedCounts.insert(int(std::find(order.begin(), order.end(), failed) - order.begin()));
-
-        // with room again (and the leftover removed by the operator) a rerun finishes the job
-        TempDir::removeTree(root.file("disk/filler"));
-        TempDir::removeTree(dir + "/.tmp/.applychanges" + std::to_string(run.pid()) + "." + failed);
-        const Outcome rerun = applyChanges({"-p", kqr, "-d", dir});
-        ASSERT_TRUE(rerun.exited && rerun.status == 0) << rerun.describe();
-        const Tally tally = study.checkAll(dir);
-        EXPECT_TRUE(tally.problems.empty()) << ::testing::PrintToString(tally.problems);
-        EXPECT_EQ(int(study.objects().size()), tally.edited);
-        EXPECT_TRUE(listDir(dir + "/.tmp").empty());
-    }
-    printf("[ figures  ] disk full after %s objects were edited; every run ended with exit 1 and a rerun "
-           "finished the job\n",
-           ::testing::PrintToString(editedCounts).c_str());
-    // the disk ran full at the first object and after several were done
-    EXPECT_EQ(0, *editedCounts.begin());
-    EXPECT_GE(*editedCounts.rbegin(), 5);
-}
 
 TEST(FullDisk, NoInodesLeft)
 {
