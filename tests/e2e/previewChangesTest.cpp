@@ -108,6 +108,7 @@ TEST(PreviewChanges, ShowsWhatTheRunThenDoesAndWritesNothing)
                                                           preview["objects"].begin())];
     EXPECT_NE(std::string::npos, im2.dump().find("\"after\":\"043000\"")) << im2.dump();
 
+
     // a refusal: the preview names the object a run stops at, and the run stops there
     ASSERT_EQ(0, chmod((study + "/IM4").c_str(), 0444));
     ASSERT_EQ(0, runBuilt("makeKqR", {"-m", "PatientName=Other", kqr}).status);
@@ -119,6 +120,9 @@ TEST(PreviewChanges, ShowsWhatTheRunThenDoesAndWritesNothing)
                                             "stay as they are\n"))
         << r.out;
     EXPECT_NE(std::string::npos, r.out.find("; a run would stop at " + study + "/IM4\n")) << r.out;
+    EXPECT_NE(std::string::npos, r.out.find(study + "/IM1 (SOP Instance UID " + specs[0].sopInstanceUID +
+                                            "): matches study\n"))
+        << r.out;
     r = runBuilt("applyChanges", {"-p", kqr, "-d", study});
     EXPECT_EQ(1, r.status);
     EXPECT_NE(std::string::npos, r.err.find(refusal + "\nApplying soft edit changes to object failed: " + study +
