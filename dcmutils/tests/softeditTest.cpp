@@ -43,35 +43,6 @@ DcmItem* appendNested(DcmItem& parent, unsigned short sequence)
 
 } // namespace
 
-TEST(SoftEdit, StudySeriesAndInstanceLevelsInWritingOrder)
-{
-    auto object = target();
-    DcmDataset& ds = *object->getDataset();
-    KqRWriter kqr;
-    std::list<DcmTagKey> modified;
-    ASSERT_TRUE(apply(*object, kqr, &modified).good()); // nothing to apply
-    EXPECT_TRUE(modified.empty());
-
-    ASSERT_TRUE(kqr.setStudyAttribute(DCM_PatientName, "Study^Name").good());
-    ASSERT_TRUE(kqr.setStudyAttribute(DCM_SeriesDescription, "from study").good());
-    // a series item for another series is not applied, nor its instance items
-    ASSERT_TRUE(kqr.setInstanceAttribute("9.9.9", defaults.sopInstanceUID.c_str(), DCM_InstanceNumber, "99").good());
-    ASSERT_TRUE(kqr.setSeriesAttribute(defaults.seriesUID.c_str(), DCM_SeriesDescription, "from series").good());
-    ASSERT_TRUE(kqr.setInstanceAttribute(defaults.seriesUID.c_str(), defaults.sopInstanceUID.c_str(),
-                                         DCM_InstanceNumber, "7")
-                    .good());
-    ASSERT_TRUE(apply(*object, kqr, &modified).good());
-    EXPECT_EQ("Study^Name", value(ds, DCM_PatientName));
-    EXPECT_EQ("from series", value(ds, DCM_SeriesDescription));
-    EXPECT_EQ("7", value(ds, DCM_InstanceNumber));
-    // each item's matching UID is copied like any attribute; its own private creator and the
-    // nested sequences are not
-    const std::list<DcmTagKey> expected{DCM_SeriesDescription, DCM_PatientName,    DCM_SeriesDescription,
-                                        DCM_SeriesInstanceUID, DCM_SOPInstanceUID, DCM_InstanceNumber};
-    EXPECT_EQ(expected, modified);
-    EXPECT_FALSE(ds.tagExists(DcmTagKey(KQ_PRIVATE_GROUP, 0x1000 | KQ_SERIES_SEQUENCE)));
-}
-
 TEST(SoftEdit, MatchingRules)
 {
     // what, the target has a Series Instance UID, the UID of a series item before the matching
@@ -166,22 +137,6 @@ TEST(SoftEdit, CorruptedChangeData)
         ASSERT_TRUE(holder->insert(binary).good());
         EXPECT_EQ(EC_CorruptedData, apply(*object, kqr));
     }
-}
-
-TEST(SoftEdit, SequencesAreCopiedDeeply)
-{
-    auto object = target();
-    KqRWriter kqr;
-    DcmItem* change = nullptr;
-    ASSERT_TRUE(kqr.changeItem(change).good());
-    DcmItem* ref = nullptr;
-    ASSERT_TRUE(change->findOrCreateSequenceItem(DCM_ReferencedStudySequence, ref, -2).good());
-    ref->putAndInsertString(DCM_ReferencedSOPInstanceUID, "1.2.3");
-    ASSERT_TRUE(apply(*object, kqr).good());
-    ref->putAndInsertString(DCM_ReferencedSOPInstanceUID, "4.5.6");
-    const char* uid = nullptr;
-    ASSERT_TRUE(object->getDataset()->findAndGetString(DCM_ReferencedSOPInstanceUID, uid, OFTrue).good());
-    EXPECT_STREQ("1.2.3", uid);
 }
 
 TEST(SoftEdit, PrivateElementsGoIntoTheTargetsBlockOfTheirCreator)

@@ -381,6 +381,8 @@ TEST(ObjectComparator, PixelSequences)
         {{{}, {1, 2}}, true, ""},
         {{{}, {1, 2}, {3, 4}}, false, "! (7fe0,0010) Number of pixel items differs (2 != 3)\n"},
         {{{}, {1, 3}}, false, "! Pixel Item (1) differs\n"},
+        {{{0, 0, 0, 0}, {1, 2}}, false,
+         "! (fffe,e000) Length of binary data differs (0 != 4)\n! Pixel Item (0) differs\n"}, // the offset table
         {{{}, {1, 2, 3, 4}}, false, "! (fffe,e000) Length of binary data differs (2 != 4)\n! Pixel Item (1) differs\n"},
     };
     IgnoreTags rules;
@@ -430,37 +432,4 @@ TEST(ObjectComparator, PathFormLoadsAndAppliesKqRFiles)
     });
     EXPECT_FALSE(equal);
     EXPECT_EQ("Error loading " + missing + "(No such file or directory)\n", c.out + c.err);
-}
-
-TEST(ObjectComparatorCorpus, EveryReadableFileEqualsItself)
-{
-    const std::vector<std::string> names = fixtures::listDir(fixtures::corpusDir());
-    ASSERT_FALSE(names.empty());
-    std::set<E_TransferSyntax> syntaxes;
-    int compared = 0;
-    for (const std::string& name : names)
-    {
-        const std::string path = fixtures::corpusFile(name);
-        DcmFileFormat probe;
-        capture([&] { probe.loadFile(path.c_str()); });
-        if (probe.getDataset() == NULL || probe.getDataset()->card() == 0 ||
-            probe.getDataset()->getOriginalXfer() == EXS_Unknown)
-            continue; // not DICOM, truncated or malformed: loading must only not crash
-        IgnoreTags rules;
-        ObjectComparator comparator(rules);
-        bool equal = false;
-        Captured c = capture([&] { equal = comparator.compareObjects(path.c_str(), NULL, path.c_str(), NULL, OC_MODE_BINARY); });
-        if (c.err.find("Error loading") != std::string::npos)
-            continue;
-        EXPECT_TRUE(equal) << name << "\n" << c.out << c.err;
-        EXPECT_EQ(c.out, "") << name;
-        syntaxes.insert(probe.getDataset()->getOriginalXfer());
-        ++compared;
-    }
-    EXPECT_GT(compared, 40);
-    for (E_TransferSyntax xfer : {EXS_LittleEndianImplicit, EXS_LittleEndianExplicit, EXS_BigEndianExplicit,
-                                  EXS_DeflatedLittleEndianExplicit, EXS_JPEGProcess1, EXS_JPEGProcess2_4,
-                                  EXS_JPEGProcess14SV1, EXS_JPEGLSLossless, EXS_JPEG2000LosslessOnly, EXS_JPEG2000,
-                                  EXS_RLELossless})
-        EXPECT_EQ(syntaxes.count(xfer), 1u) << DcmXfer(xfer).getXferName();
 }

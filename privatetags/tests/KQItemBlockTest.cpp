@@ -115,22 +115,6 @@ TEST(KQItemBlock, CreatorElementsMetWhileWalking)
     EXPECT_FALSE(kq.isObjectOurPrivateElement(&element, 0x3B));
 }
 
-TEST(KQItemBlock, OldBlockOwnership)
-{
-    DcmItem item;
-    KQItem kq(item);
-    EXPECT_TRUE(kq.isOldBlockOurs(0xBA)); // no creator element at all
-    putCreator(item, 0xBA, KQ_LEGACY_CREATOR);
-    EXPECT_TRUE(kq.isOldBlockOurs(0xBA));
-    putCreator(item, 0xDA, "Morvellanite2");
-    EXPECT_FALSE(kq.isOldBlockOurs(0xDA));
-    item.insertEmptyElement(DcmTag(f215(0x00DA), DcmVR(EVR_LO)), OFTrue);
-    EXPECT_TRUE(kq.isOldBlockOurs(0xDA)); // no value
-    delete item.remove(f215(0x00DA));
-    appendItem(item, f215(0x00DA));
-    EXPECT_TRUE(kq.isOldBlockOurs(0xDA)); // unreadable
-}
-
 TEST(KQItemBlock, ChangeSequencesOfAKqRDataset)
 {
     DcmDataset kqr;
@@ -290,29 +274,6 @@ TEST(KQItemBlock, CopyPrivateElement)
     EXPECT_EQ((Elements{0x00DA, 0xDA80}), privateElements(*change));
     EXPECT_TRUE(kq.copyPrivateElement(*source.getElement(0), true).good());
     EXPECT_EQ("Copied^Name", value(target, DCM_PatientName));
-}
-
-TEST(KQItemMap, HoldsTheLegacyTable)
-{
-    KQItem::createMap();
-    KQItem::createMap(); // a second call adds nothing
-    EXPECT_EQ(68u, KQItem::m_privateKeyMap.size());
-    // the irregular entries, the first and the last of each block
-    const std::pair<Uint16, unsigned short> entries[] = {{0xBA00, 0x10}, {0xBA31, 0x0E}, {0xBA94, 0x94},
-                                                         {0xBABA, 0x1D}, {0xDA01, 0x41}, {0xDA31, 0x62},
-                                                         {0xDA71, 0x0A}, {0xDADA, 0x1E}, {0x10A8, 0xA8}};
-    for (const auto& e : entries)
-    {
-        const auto it = KQItem::m_privateKeyMap.find(f215(e.first));
-        ASSERT_NE(KQItem::m_privateKeyMap.end(), it) << std::hex << e.first;
-        EXPECT_EQ(e.second, it->second) << std::hex << e.first;
-    }
-    for (const auto& entry : KQItem::m_privateKeyMap)
-    {
-        const unsigned short block = entry.first.getElement() >> 8;
-        EXPECT_TRUE(block == 0xBA || block == 0xDA || block == 0x10) << entry.first;
-        EXPECT_LT(entry.second, 0x100);
-    }
 }
 
 TEST(KQItemMap, CanonicKeys)
