@@ -191,21 +191,6 @@ TEST(RasterImageTest, FrameOfACompressedColourObject)
               (std::vector<int>{p[0], p[1], p[2], p[3 * 5050], p[3 * 5050 + 1], p[3 * 5050 + 2]}));
 }
 
-TEST(GwavProgramTest, HelpAndVersionOnStandardOutput)
-{
-    for (const std::vector<std::string>& arguments :
-         {std::vector<std::string>{}, {"-h"}, {"encode", "-h"}, {"decode", "--help"}, {"info", "-h"}})
-    {
-        const RunResult result = gwav(arguments);
-        EXPECT_EQ(0, result.status);
-        EXPECT_NE(std::string::npos, result.out.find("usage: gwav")) << result.out;
-        EXPECT_EQ("", result.err);
-    }
-    const RunResult version = gwav({"--version"});
-    EXPECT_EQ(0, version.status);
-    EXPECT_EQ(0u, version.out.find(std::string("gwav (KQ archive) ") + KQ_VERSION + "\nDCMTK "));
-}
-
 TEST(GwavProgramTest, PgmRoundTripIsLosslessWithALargeBudget)
 {
     fixtures::TempDir dir;

@@ -1,6 +1,7 @@
-// What applyChanges refuses or guards against, run on generated studies and real objects: links,
-// objects that are no soft-edit targets, change sets that could only do damage, read-only
-// objects, concurrent runs and character sets. Every refusal leaves every object byte-identical.
+// What applyChanges refuses, guards against and does with a change set, run as a user runs it on
+// generated studies and real objects: links, objects that are no soft-edit targets, change sets
+// that could only do damage, read-only objects, concurrent runs, character sets, private blocks,
+// untouched objects and changes that match nothing. Every refusal leaves every object byte-identical.
 #include "tests/fixtures/Fixtures.h"
 #include "dcmutils/KqRWriter.h"
 
@@ -19,9 +20,7 @@ namespace {
 
 RunResult applyChanges(const std::vector<std::string>& args)
 {
-    std::vector<std::string> argv{program("applyChanges")};
-    argv.insert(argv.end(), args.begin(), args.end());
-    return run(argv);
+    return runBuilt("applyChanges", args);
 }
 
 std::string failed(const std::string& path)
@@ -29,36 +28,40 @@ std::string failed(const std::string& path)
     return "Applying soft edit changes to object failed: " + path + "\n";
 }
 
-// A study of three objects and a KqR file beside it that renames the patient.
+// A generated study (IM1, IM2, ...) and a KqR file beside it that renames the patient (or one
+// written by makeKqR).
 struct Study
 {
     TempDir root;
     std::string dir = root.file("study");
     std::string kqr = root.file("edit.kqr");
+    std::vector<ObjectSpec> specs;
     std::map<std::string, std::string> original;
 
-    Study()
+    explicit Study(int series = 1, int instances = 3)
     {
         mkdir(dir.c_str(), 0755);
-        writeStudy(dir, 1, 3);
+        specs = writeStudy(dir, series, instances);
         KqRWriter writer;
         writer.setStudyAttribute(DCM_PatientName, "Doe^Jane");
         writer.save(kqr.c_str());
-        snapshot();
+        original = snapshot();
     }
-    void snapshot()
+    bool makeKqR(const std::vector<std::string>& args) const
     {
+        std::vector<std::string> all = args;
+        all.push_back(kqr);
+        return runBuilt("makeKqR", all).status == 0;
+    }
+    std::map<std::string, std::string> snapshot() const
+    {
+        std::map<std::string, std::string> files;
         for (const std::string& name : listDir(dir))
             if (name != ".tmp")
-                original[name] = readFile(dir + "/" + name);
+                files[name] = readFile(file(name));
+        return files;
     }
-    bool unchanged() const
-    {
-        for (const auto& entry : original)
-            if (readFile(dir + "/" + entry.first) != entry.second)
-                return false;
-        return true;
-    }
+    bool unchanged() const { return snapshot() == original; }
     std::string file(const std::string& name) const { return dir + "/" + name; }
 };
 
@@ -133,7 +136,7 @@ TEST(ApplyChangesSafety, ObjectsThatAreNoSoftEditTargets)
     ASSERT_TRUE(writeFile(s.file("DICOMDIR"), readFile(dicomdir)));
     // the run's own KqR file under a name the walk does not skip
     ASSERT_EQ(0, rename(s.kqr.c_str(), s.file("changes.dcm").c_str()));
-    s.snapshot();
+    s.original = s.snapshot();
     RunResult r = applyChanges({"-v", "-p", s.file("changes.dcm"), "-d", s.dir});
     EXPECT_EQ(0, r.status) << r.err;
     EXPECT_NE(std::string::npos, r.out.find("Skipping DICOMDIR\n")) << r.out;
@@ -305,4 +308,103 @@ TEST(ApplyChangesSafety, ValuesAreConvertedToEachObjectsCharacterSet)
         EXPECT_EQ("Refusing to edit " + object + ": " + c.err + "\n" + failed(object), r.err);
         EXPECT_EQ(original, readFile(object));
     }
+}
+
+TEST(ApplyChangesEditRules, PrivateBlocksKeepTheirOwners)
+{
+    // IM1 uses block 10 of group F215 for another creator: the series-level KqR file carries its own
+    // creator element (F215,0010) "KQ group A", which must not take that block over.
+    Study s(2, 2);
+    std::unique_ptr<DcmFileFormat> object(makeObject(s.specs[0]));
+    DcmDataset& ds = *object->getDataset();
+    ASSERT_TRUE(ds.putAndInsertString(DcmTag(0xf215, 0x0010, EVR_LO), "OTHER VENDOR").good());
+    ASSERT_TRUE(ds.putAndInsertString(DcmTag(0xf215, 0x1001, EVR_LO), "theirs").good());
+    ASSERT_TRUE(object->saveFile(s.file("IM1").c_str(), EXS_LittleEndianExplicit).good());
+    ASSERT_TRUE(s.makeKqR({"-S", s.specs[0].seriesUID, "-m", "SeriesDescription=renamed"}));
+
+    const RunResult r = applyChanges({"-p", s.kqr, "-d", s.dir});
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ("renamed", attribute(s.file("IM1"), DCM_SeriesDescription));
+    EXPECT_EQ("OTHER VENDOR", attribute(s.file("IM1"), DcmTagKey(0xf215, 0x0010)));
+    EXPECT_EQ("theirs", attribute(s.file("IM1"), DcmTagKey(0xf215, 0x1001)));
+    // no private element was set, so no creator was written
+    EXPECT_EQ("<missing>", attribute(s.file("IM2"), DcmTagKey(0xf215, 0x0010)));
+}
+
+TEST(ApplyChangesEditRules, ObjectsNoChangeTouchesStayByteIdentical)
+{
+    Study s(2, 2);
+    ASSERT_TRUE(s.makeKqR({"-S", s.specs[2].seriesUID, "-m", "SeriesDescription=renamed"}));
+    const auto before = s.snapshot();
+    RunResult r = applyChanges({"-v", "-p", s.kqr, "-d", s.dir});
+    EXPECT_EQ(0, r.status) << r.err;
+    auto after = s.snapshot();
+    // the series-level change touches the second series only
+    EXPECT_EQ(before.at("IM1"), after.at("IM1"));
+    EXPECT_EQ(before.at("IM2"), after.at("IM2"));
+    EXPECT_NE(before.at("IM3"), after.at("IM3"));
+    EXPECT_NE(std::string::npos,
+              r.out.find("No attribute of " + s.file("IM1") + " changes: it is left as it is\n"))
+        << r.out;
+
+    // a rerun writes nothing
+    r = applyChanges({"-p", s.kqr, "-d", s.dir});
+    EXPECT_EQ(0, r.status);
+    EXPECT_EQ("", r.err);
+    EXPECT_EQ(after, s.snapshot());
+}
+
+TEST(ApplyChangesEditRules, ChangesThatMatchNothingAreNamed)
+{
+    Study s(2, 2);
+    ASSERT_TRUE(s.makeKqR({"-m", "PatientName=Doe^Jane", "-S", "9.9.9", "-m", "SeriesDescription=typo", "-S",
+                           s.specs[0].seriesUID, "-I", "9.9.9.1", "-m", "InstanceNumber=5", "-I",
+                           s.specs[0].sopInstanceUID, "-m", "InstanceNumber=7"}));
+    RunResult r = applyChanges({"-p", s.kqr, "-d", s.dir});
+    EXPECT_EQ(0, r.status);
+    EXPECT_EQ("Warning: series item 9.9.9 of KqR file " + s.kqr + " matched no object\n" +
+                  "Warning: instance item 9.9.9.1 (series " + s.specs[0].seriesUID + ") of KqR file " + s.kqr +
+                  " matched no object\n",
+              r.err);
+    EXPECT_EQ("7", attribute(s.file("IM1"), DCM_InstanceNumber));
+
+    // a study whose objects sit one level down: nothing is edited, and that is said
+    TempDir nested;
+    mkdir(nested.file("series").c_str(), 0755);
+    writeStudy(nested.file("series"), 1, 1);
+    const std::string object = readFile(nested.file("series/IM1"));
+    r = applyChanges({"-p", s.kqr, "-d", nested.path()});
+    EXPECT_EQ(0, r.status);
+    EXPECT_EQ("Warning: study directory " + nested.path() + " holds no object: the changes of KqR file " + s.kqr +
+                  " applied to nothing\n",
+              r.err);
+    EXPECT_EQ(object, readFile(nested.file("series/IM1")));
+}
+
+TEST(ApplyChangesEditRules, ObjectReadOnlyByDroppingAnElementIsRefused)
+{
+    // IM1 holds Image Comments twice; the toolkit keeps the first value only
+    Study s(2, 2);
+    std::string bytes = readFile(s.file("IM1"));
+    std::unique_ptr<DcmFileFormat> object(makeObject(s.specs[0]));
+    object->getDataset()->putAndInsertString(DCM_ImageComments, "first");
+    ASSERT_TRUE(object->saveFile(s.file("IM1").c_str(), EXS_LittleEndianExplicit).good());
+    bytes = readFile(s.file("IM1"));
+    const std::string element("\x20\x00\x00\x40LT\x06\x00", 8);
+    const size_t at = bytes.find(element);
+    ASSERT_NE(std::string::npos, at);
+    bytes.insert(at + 14, element + "second"); // the same element again, right after the first
+    ASSERT_TRUE(writeFile(s.file("IM1"), bytes));
+    ASSERT_TRUE(s.makeKqR({"-m", "PatientName=Doe^Jane"}));
+    const auto before = s.snapshot();
+
+    const RunResult r = applyChanges({"-p", s.kqr, "-o", s.file("IM1")});
+    EXPECT_EQ(1, r.status);
+    EXPECT_NE(std::string::npos,
+              r.err.find("Refusing to edit " + s.file("IM1") +
+                         ": it holds element (0020,4000) twice, and only the first could be kept (the edited copy "
+                         "would lose the second)\nApplying soft edit changes to object failed: " +
+                         s.file("IM1") + "\n"))
+        << r.err;
+    EXPECT_EQ(before, s.snapshot());
 }

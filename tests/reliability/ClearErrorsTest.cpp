@@ -4,7 +4,6 @@
 // driver's exact messages and exit status 1, and leaves the objects intact.
 #include "tests/reliability/ReliabilitySupport.h"
 
-#include <fcntl.h>
 #include <limits.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
@@ -154,58 +153,6 @@ TEST(ClearErrors, NamesLongerThanTheSystemAllows)
     for (char last : {'1', '2'})
         EXPECT_NE(std::string::npos, readFile(longDir + "/" + std::string(NAME_MAX - 10, 'o') + last).find("Edited^Patient"));
     EXPECT_TRUE(listDir(longDir + "/.tmp").empty());
-
-    // a study directory deeper than PATH_MAX, made and read through relative paths
-    const std::string component(200, 'd');
-    std::string deep = root.path();
-    int fd = open(root.path().c_str(), O_RDONLY | O_DIRECTORY);
-    for (; fd >= 0 && deep.size() <= PATH_MAX + 100; deep += "/" + component)
-    {
-        ASSERT_EQ(0, mkdirat(fd, component.c_str(), 0755));
-        const int next = openat(fd, component.c_str(), O_RDONLY | O_DIRECTORY);
-        close(fd);
-        fd = next;
-    }
-    ASSERT_GE(fd, 0);
-    auto deepFile = [&](int flags) {
-        const int file = openat(fd, "IM1", flags, 0644);
-        std::string bytes(object.size() + 1, '\0');
-        bytes.resize(size_t(std::max<ssize_t>(0, flags == O_RDONLY ? read(file, &bytes[0], bytes.size())
-                                                                   : write(file, object.data(), object.size()))));
-        close(file);
-        return bytes;
-    };
-    ASSERT_EQ(object.size(), deepFile(O_WRONLY | O_CREAT).size());
-    outcome = applyChanges({"-p", s.kqr, "-d", deep});
-    EXPECT_TRUE(outcome.exited && outcome.status == 1) << outcome.describe();
-    EXPECT_EQ("Study directory could not be opened: " + deep + "\n", outcome.err);
-    outcome = applyChanges({"-p", s.kqr, "-o", deep + "/IM1"});
-    EXPECT_TRUE(outcome.exited && outcome.status == 1) << outcome.describe();
-    EXPECT_EQ("Temporary directory could not be created: " + deep + "/.tmp\n", outcome.err);
-    EXPECT_EQ(object, deepFile(O_RDONLY));
-    close(fd);
-
-    // a study directory that fits, holding an object whose path does not: it is reached through
-    // the opened directory, and edited
-    std::string fits = root.path();
-    while (fits.size() + 1 + component.size() <= size_t(PATH_MAX - 100))
-        fits += "/" + component;
-    fits += "/" + std::string(PATH_MAX - 60 - fits.size() - 1, 'f');
-    ASSERT_EQ(0, mkdir(fits.c_str(), 0755));
-    const std::string objectName(150, 'i');
-    ASSERT_TRUE(writeFile(fits + "/" + objectName.substr(0, 10), object)); // path still fits
-    fd = open(fits.c_str(), O_RDONLY | O_DIRECTORY);
-    ASSERT_EQ(0, renameat(fd, objectName.substr(0, 10).c_str(), fd, objectName.c_str()));
-    ASSERT_GT(fits.size() + 1 + objectName.size(), size_t(PATH_MAX));
-    outcome = applyChanges({"-p", s.kqr, "-d", fits});
-    EXPECT_TRUE(outcome.exited && outcome.status == 0) << outcome.describe();
-    const int inside = openat(fd, objectName.c_str(), O_RDONLY);
-    std::string edited(object.size() + 100, '\0');
-    edited.resize(size_t(std::max<ssize_t>(0, read(inside, &edited[0], edited.size()))));
-    close(inside);
-    close(fd);
-    EXPECT_NE(object, edited);
-    EXPECT_NE(std::string::npos, edited.find("Edited^Patient")) << "the edit is in the object";
 }
 
 TEST(ClearErrors, StudyDirectoryVanishingDuringTheWalk)

@@ -36,30 +36,6 @@ std::string printed(JPEG2000LossyRates& rates)
 
 } // namespace
 
-TEST(JPEG2000LossyRates, WithoutConfigurationEveryModalityGetsTheFactoryDefault)
-{
-    EXPECT_DOUBLE_EQ(0.1, JPEG2000LossyRates::factoryDefault);
-    fixtures::ScopedEnv conf("CONF", NULL);
-    JPEG2000LossyRates rates(NULL);
-    EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality("CT"));
-    EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality("Default"));
-    EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality(""));
-    EXPECT_EQ("========= JPEG2000LossyRates - [0] ===========\n"
-              "--------- Default: 0.100000;        Factory Default: 0.100000\n"
-              "[EMPTY MAP]",
-              printed(rates));
-
-    // a configured directory without the file: the same
-    fixtures::TempDir dir;
-    fixtures::ScopedEnv conf2("CONF", dir.path().c_str());
-    JPEG2000LossyRates fromConf(NULL);
-    EXPECT_DOUBLE_EQ(0.1, fromConf.getRateForModality("MR"));
-    EXPECT_EQ("========= JPEG2000LossyRates - " + dir.path() + "/jpeg2000lossy.conf[0] ===========\n"
-              "--------- Default: 0.100000;        Factory Default: 0.100000\n"
-              "[EMPTY MAP]",
-              printed(fromConf));
-}
-
 TEST(JPEG2000LossyRates, ReadsTheDocumentedLineFormatOnly)
 {
     struct Case
@@ -151,21 +127,4 @@ TEST(JPEG2000LossyRates, ReloadsOnANewModificationTimeAndForgetsADeletedFile)
     ASSERT_TRUE(fixtures::writeFile(path, "CT=\"0.15\"\n"));
     setModificationTime(path, base + 30);
     EXPECT_DOUBLE_EQ(0.15, rates.getRateForModality("CT"));
-}
-
-TEST(JPEG2000LossyRates, AnUnreadableFileKeepsTheLastTable)
-{
-    if (geteuid() == 0)
-        GTEST_SKIP() << "root reads every file";
-    fixtures::TempDir dir;
-    const std::string path = dir.file("jpeg2000lossy.conf");
-    const time_t base = time(NULL) - 1000;
-    ASSERT_TRUE(fixtures::writeFile(path, "CT=\"0.05\"\n"));
-    setModificationTime(path, base);
-    JPEG2000LossyRates rates(path.c_str());
-    EXPECT_DOUBLE_EQ(0.05, rates.getRateForModality("CT"));
-    ASSERT_TRUE(fixtures::writeFile(path, "CT=\"0.5\"\n"));
-    setModificationTime(path, base + 10);
-    ASSERT_EQ(0, chmod(path.c_str(), 0));
-    EXPECT_DOUBLE_EQ(0.05, rates.getRateForModality("CT"));
 }
