@@ -231,6 +231,7 @@ TEST(DumpImage, ObjectDumps)
     ASSERT_TRUE(file.loadFile(ct.c_str()).good());
     const unsigned long cardinality = file.getDataset()->card();
     EXPECT_TRUE(comparator.dumpObject(file.getDataset(), dir.file("again").c_str()));
+    EXPECT_FALSE(comparator.dumpObject(static_cast<DcmDataset*>(NULL), "x"));
     EXPECT_EQ(cardinality, file.getDataset()->card());
     EXPECT_TRUE(file.getDataset()->tagExists(DCM_PixelData));
     EXPECT_EQ(fixtures::readFile(dir.file("ct.dump.wavelet")), fixtures::readFile(dir.file("again.dump.wavelet")));

@@ -126,6 +126,9 @@ TEST(ImageProcess, PhotometricDefaultsAndUnknownValues)
     EXPECT_EQ(p.getPhotometric(), 1u);
     EXPECT_FALSE(p.getInvertMonochrome1());
     EXPECT_EQ(CImageProcess::escapeNewLines("a\nb\rc"), "a\\nb\\rc");
+    // the one capture device whose quirk is known: model and version both
+    EXPECT_TRUE(CImageProcess::checkSCDevice("Zentravox", "1.0"));
+    EXPECT_FALSE(CImageProcess::checkSCDevice("Zentravox", "1.1") || CImageProcess::checkSCDevice("Other", "1.0"));
 }
 
 TEST(ImageProcess, WalkRemovesConsumedElementsAndRefusedPrivateOnes)
