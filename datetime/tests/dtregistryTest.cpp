@@ -132,31 +132,3 @@ TEST(DateTimeCollection, OffsetActions)
         EXPECT_EQ(size_t(c[3]), converter.dateTimes().count());
     }
 }
-
-TEST(DateTimeCollection, PrintsListsAndTimes)
-{
-    DcmDataset data;
-    data.putAndInsertString(DCM_StudyDate, "20200101");
-    data.putAndInsertString(DCM_StudyTime, "120000");
-    data.putAndInsertString(DCM_TimezoneOffsetFromUTC, "+0100");
-    DcmItem* item = addItem(data);
-    item->putAndInsertString(DCM_AcquisitionDateTime, "20200101120000");
-    item->putAndInsertString(DCM_PatientName, "Doe^Jane");
-
-    DateTimeConverter converter(&data);
-    converter.collectTimes(&data, OTA_WALK_ALL);
-    std::ostringstream lists, expected;
-    converter.dateTimes().print(lists);
-    converter.timestamps().print(lists);
-    expected << "DateTimeElementList\n DateTimeElementPair\n  {\n     Date: "
-             << static_cast<const void*>(converter.dateTimes().pair(0)->date()) << "\n     Time: "
-             << static_cast<const void*>(converter.dateTimes().pair(0)->time()) << "\n  }\n"
-             << "TimestampList\n TimestampElement\n  [\n     DateTime: "
-             << static_cast<const void*>(converter.timestamps().element(0)->dateTime()) << "\n  ]\n";
-    EXPECT_EQ(expected.str(), lists.str());
-
-    const std::string printed = fixtures::capture([&] { converter.printTimes(); }).out;
-    for (const char* shown : {"20200101120000", "(0008,0201)", "(0008,0030)"})
-        EXPECT_NE(std::string::npos, printed.find(shown)) << shown;
-    EXPECT_EQ(std::string::npos, printed.find("Doe^Jane"));
-}
