@@ -1,6 +1,7 @@
 // The dataset utilities: element copies, passing, the element cursor, UIDs, reading, safe and
 // synced writing, error lines, task files.
 #include "dcmutils/DcmSeeker.h"
+#include "dcmutils/DicomStreamScan.h"
 #include "dcmutils/dcmutils.h"
 #include "dcmutils/fileio.h"
 
@@ -17,6 +18,7 @@
 #include <stdexcept>
 #include <tuple>
 #include <sys/resource.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -493,4 +495,24 @@ TEST(OBS_startTask, DropsTaskFileThroughStagingDirectory)
     EXPECT_TRUE(fixtures::listDir(other).empty());
     EXPECT_EQ(1u, fixtures::listDir(tasks.path()).size());
     rmdir(other);
+}
+
+TEST(DicomStreamScan, DepthAndInflatedSizeOfRealFiles)
+{
+    // depths as pydicom counts them; image_dfl.dcm's data set inflates to 262,682 bytes (zlib),
+    // a little more than one buffer of the inflating reader
+    const std::tuple<const char*, unsigned, unsigned long long> cases[] = {
+        {"CT_small.dcm", 1, 0}, {"test-SR.dcm", 5, 0}, {"rtstruct.dcm", 3, 0}, {"image_dfl.dcm", 0, 262682}};
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(std::get<0>(c));
+        const std::string path = fixtures::corpusFile(std::get<0>(c));
+        const int fd = open(path.c_str(), O_RDONLY);
+        ASSERT_GE(fd, 0);
+        const InputFile file(fd, (unsigned long long)fixtures::fileSize(path));
+        DicomStreamScan scan;
+        EXPECT_TRUE(scan.scan(file).good());
+        EXPECT_EQ(std::get<1>(c), scan.depth());
+        EXPECT_EQ(std::get<2>(c), scan.inflatedSize());
+    }
 }
