@@ -116,6 +116,16 @@ TEST(Overlay, SeparateAndEmbeddedOverlaysEndInTheKQBlock)
     ASSERT_EQ(bits->getLength(), 2u);
     EXPECT_EQ(bytes[0], 0x45);
     EXPECT_EQ(bytes[1], 0);
+
+    // unsigned samples lose the overlay bit and are not extended
+    auto plain = image(2, 4, 1);
+    plain->getDataset()->putAndInsertUint16Array(DCM_PixelData, samples, 8);
+    addOverlayGroup(*plain->getDataset(), 0x6002, 2, 4, 16, 12, "");
+    TestProcess q(plain->getDataset());
+    EXPECT_EQ(q.process(), 0);
+    const Uint16 unsignedSamples[8] = {0x0FFF, 0x07FF, 0x0001, 0x0800, 0x0000, 0x0FFF, 0x0000, 0x0001};
+    ASSERT_EQ(q.frames().size(), 1u);
+    EXPECT_EQ(q.frames()[0], std::string(reinterpret_cast<const char*>(unsignedSamples), 16));
 }
 
 TEST(Overlay, WriteToFiles)
