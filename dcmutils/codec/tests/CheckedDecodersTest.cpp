@@ -84,6 +84,16 @@ TEST(CheckedRLEDecoder, DamagedHeadersAreRefusedGoodFramesDecode)
 
 TEST(CheckedJPEGDecoder, ATemMarkerBeforeTheFrameIsRefusedInsteadOfScannedForEver)
 {
+    // the walk follows segment lengths and skips reserved markers without one to find a TEM
+    // behind them; bytes that are no marker end it (first: a wrong walk would hang the decoder below)
+    const std::pair<std::vector<Uint8>, bool> walks[] = {
+        {{0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x04, 0xFF, 0x01, 0xFF, 0x01, 0, 0, 0, 0}, false},
+        {{0xFF, 0xD8, 0xFF, 0x05, 0xFF, 0x01, 0x00, 0x00, 0x00, 0x00}, false},
+        {{0xFF, 0xD8, 0x12, 0x05, 0xFF, 0x01, 0x00, 0x00, 0x00, 0x00}, true},
+        {{0xFF, 0xD8, 0xFF, 0xC0, 0x00, 0x04, 0xFF, 0x01, 0x00, 0x00}, true},
+    };
+    for (const auto& w : walks)
+        ASSERT_EQ(w.second, CheckedJPEGDecoderRegistration::isScannable(w.first.data(), Uint32(w.first.size())));
     CodecRegistry registry;
     for (bool damaged : {false, true})
     {
