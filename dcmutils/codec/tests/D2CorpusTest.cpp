@@ -91,6 +91,13 @@ TEST(D2Corpus, DecodesLikeGDCM)
     EXPECT_EQ("14", codectest::stringOf(*precision->getDataset(), DCM_BitsStored));
     // lossy (irreversible wavelet) and said so
     EXPECT_EQ("01", codectest::stringOf(*precision->getDataset(), DCM_LossyImageCompression));
+    // a codestream whose sign contradicts Pixel Representation is decoded with a warning, only then
+    for (const auto& c : {std::make_pair("J2K_pixelrep_mismatch.dcm", true), std::make_pair("MR_small_jp2klossless.dcm", false)})
+    {
+        std::unique_ptr<DcmFileFormat> file = load(fixtures::corpusFile(c.first));
+        const std::string err = fixtures::capture([&] { codectest::pixelBytes(*file->getDataset()); }).err;
+        EXPECT_EQ(c.second, err.find(" but Pixel Representation is ") != std::string::npos) << c.first << ": " << err;
+    }
 }
 
 TEST(D2Corpus, DecodesGDCMEncodingsOfTheCorpus)
