@@ -13,11 +13,11 @@
 #include <tuple>
 
 using namespace fixtures;
-using fixtures::value;
 
 namespace {
 
 const ObjectSpec defaults;
+const char* const seriesUID = defaults.seriesUID.c_str();
 
 std::unique_ptr<DcmFileFormat> target(const std::string& sopClass = "1.2.840.10008.5.1.4.1.1.2")
 {
@@ -33,12 +33,11 @@ OFCondition apply(DcmFileFormat& object, KqRWriter& kqr, std::list<DcmTagKey>* m
     return applyModifications(*object.getDataset(), *kqr.fileFormat().getDataset(), modified);
 }
 
-// Appends an item to the nested change sequence of a KqR item (series items to the change item).
-DcmItem* appendNested(DcmItem& parent, unsigned short sequence)
+DcmItem* changeItem(KqRWriter& kqr)
 {
-    DcmItem* item = nullptr;
-    EXPECT_TRUE(KQItem(parent).findOrCreateKQSequenceItem(sequence, item, -2).good());
-    return item;
+    DcmItem* change = nullptr;
+    EXPECT_TRUE(kqr.changeItem(change).good());
+    return change;
 }
 
 } // namespace
@@ -46,11 +45,12 @@ DcmItem* appendNested(DcmItem& parent, unsigned short sequence)
 TEST(SoftEdit, MatchingRules)
 {
     // what, the target has a Series Instance UID, the UID of a series item before the matching
-    // one (null: none), result, Series Description afterwards
-    const std::tuple<const char*, bool, const char*, OFCondition, const char*> cases[] = {
-        {"a target without Series Instance UID gets the study level only", false, nullptr, EC_Normal, "study"},
-        {"an item without its UID before the matching one fails the call", true, "", EC_TagNotFound, "study"},
-        {"of two items with the same UID only the first applies", true, defaults.seriesUID.c_str(), EC_Normal, "first"},
+    // one (null: none), result, Series Description afterwards, the series item that applied
+    const std::tuple<const char*, bool, const char*, OFCondition, const char*, long> cases[] = {
+        {"a target without Series Instance UID gets the study level only", false, nullptr, EC_Normal, "study", -1},
+        {"an item without its UID before the matching one fails the call", true, "", EC_TagNotFound, "study", -1},
+        {"of two items with the same UID only the first applies", true, seriesUID, EC_Normal, "first", 0},
+        {"the second item applies", true, "9.9", EC_Normal, "second", 1},
     };
     for (const auto& t : cases)
     {
@@ -60,20 +60,22 @@ TEST(SoftEdit, MatchingRules)
             delete object->getDataset()->remove(DCM_SeriesInstanceUID);
         KqRWriter kqr;
         kqr.setStudyAttribute(DCM_SeriesDescription, "study");
-        DcmItem* change = nullptr;
-        ASSERT_TRUE(kqr.changeItem(change).good());
-        if (const char* uid = std::get<2>(t))
+        std::vector<std::pair<const char*, const char*>> items = {{seriesUID, "second"}};
+        if (std::get<2>(t))
+            items.insert(items.begin(), {std::get<2>(t), "first"});
+        for (const auto& i : items)
         {
-            DcmItem* first = appendNested(*change, KQ_SERIES_SEQUENCE);
-            if (*uid)
-                first->putAndInsertString(DCM_SeriesInstanceUID, uid);
-            first->putAndInsertString(DCM_SeriesDescription, "first");
+            DcmItem* item = nullptr;
+            ASSERT_TRUE(KQItem(*changeItem(kqr)).findOrCreateKQSequenceItem(KQ_SERIES_SEQUENCE, item, -2).good());
+            if (*i.first)
+                item->putAndInsertString(DCM_SeriesInstanceUID, i.first);
+            item->putAndInsertString(DCM_SeriesDescription, i.second);
         }
-        DcmItem* second = appendNested(*change, KQ_SERIES_SEQUENCE);
-        second->putAndInsertString(DCM_SeriesInstanceUID, defaults.seriesUID.c_str());
-        second->putAndInsertString(DCM_SeriesDescription, "second");
-        EXPECT_EQ(std::get<3>(t), apply(*object, kqr));
+        SoftEditOutcome outcome;
+        DcmDataset& changes = *kqr.fileFormat().getDataset();
+        EXPECT_EQ(std::get<3>(t), applySoftEdit(*object->getDataset(), changes, nullptr, outcome));
         EXPECT_EQ(std::get<4>(t), value(*object->getDataset(), DCM_SeriesDescription));
+        EXPECT_EQ(std::get<5>(t), outcome.seriesItem);
     }
 }
 
@@ -82,19 +84,18 @@ TEST(SoftEdit, NonImageObjectsKeepTheirModality)
     KqRWriter kqr;
     kqr.setStudyAttribute(DCM_Modality, "CT");
     const std::pair<const char*, const char*> cases[] = {
-        {"1.2.840.10008.5.1.4.1.1.4", "CT"},      // MR image
-        {"1.2.840.10008.5.1.4.1.1.88.3", "CT"},   // not in the list
-        {"1.2.840.10008.5.1.4.1.1.88.33", "MR"},  // Comprehensive SR
-        {"1.2.840.10008.5.1.4.1.1.11.1", "MR"},   // Grayscale Softcopy Presentation State
-        {"1.2.840.10008.5.1.4.1.1.104.1", "MR"},  // Encapsulated PDF
-        {"1.2.840.10008.5.1.4.1.1.66.2", "MR"}};  // Spatial Fiducials
+        {"1.2.840.10008.5.1.4.1.1.4", "CT"},     // MR image
+        {"1.2.840.10008.5.1.4.1.1.88.3", "CT"},  // not in the list
+        {"1.2.840.10008.5.1.4.1.1.88.33", "MR"}, // Comprehensive SR
+        {"1.2.840.10008.5.1.4.1.1.11.1", "MR"},  // Grayscale Softcopy Presentation State
+        {"1.2.840.10008.5.1.4.1.1.104.1", "MR"}, // Encapsulated PDF
+        {"1.2.840.10008.5.1.4.1.1.66.2", "MR"}}; // Spatial Fiducials
     for (const auto& c : cases)
     {
-        SCOPED_TRACE(c.first);
         auto object = target(c.first);
         std::list<DcmTagKey> modified;
         ASSERT_TRUE(apply(*object, kqr, &modified).good());
-        EXPECT_EQ(c.second, value(*object->getDataset(), DCM_Modality));
+        EXPECT_EQ(c.second, value(*object->getDataset(), DCM_Modality)) << c.first;
         EXPECT_EQ(std::string(c.second) == "CT", std::count(modified.begin(), modified.end(), DCM_Modality) == 1);
     }
 }
@@ -102,40 +103,31 @@ TEST(SoftEdit, NonImageObjectsKeepTheirModality)
 TEST(SoftEdit, CorruptedChangeData)
 {
     // an element copyElement cannot copy fails the call after the earlier copies
-    {
-        auto object = target();
-        KqRWriter kqr;
-        DcmItem* change = nullptr;
-        ASSERT_TRUE(kqr.changeItem(change).good());
-        change->putAndInsertString(DCM_PatientName, "Before^OB");
-        const Uint8 bytes[] = {1, 2};
-        change->putAndInsertUint8Array(DCM_ICCProfile, bytes, 2);
-        EXPECT_EQ(EC_CorruptedData, apply(*object, kqr));
-        EXPECT_EQ("Before^OB", value(*object->getDataset(), DCM_PatientName));
-    }
+    auto object = target();
+    KqRWriter kqr;
+    changeItem(kqr)->putAndInsertString(DCM_PatientName, "Before^OB");
+    const Uint8 bytes[] = {1, 2};
+    changeItem(kqr)->putAndInsertUint8Array(DCM_ICCProfile, bytes, 2);
+    EXPECT_EQ(EC_CorruptedData, apply(*object, kqr));
+    EXPECT_EQ("Before^OB", value(*object->getDataset(), DCM_PatientName));
     // a nested change sequence's tag holding an element of another VR is never taken for a sequence
     for (const unsigned short nested : {KQ_SERIES_SEQUENCE, KQ_INSTANCE_SEQUENCE})
     {
-        SCOPED_TRACE(nested);
-        auto object = target();
-        KqRWriter kqr;
-        ASSERT_TRUE(kqr.setInstanceAttribute(defaults.seriesUID.c_str(), defaults.sopInstanceUID.c_str(),
-                                             DCM_InstanceNumber, "5")
-                        .good());
-        DcmItem* holder = nullptr;
-        const OFCondition found = nested == KQ_SERIES_SEQUENCE
-                                      ? kqr.changeItem(holder)
-                                      : kqr.seriesItem(defaults.seriesUID.c_str(), holder);
-        ASSERT_TRUE(found.good());
+        object = target();
+        KqRWriter writer;
+        const char* instance = defaults.sopInstanceUID.c_str();
+        ASSERT_TRUE(writer.setInstanceAttribute(seriesUID, instance, DCM_InstanceNumber, "5").good());
+        DcmItem* holder = changeItem(writer);
+        ASSERT_TRUE(nested == KQ_SERIES_SEQUENCE || writer.seriesItem(seriesUID, holder).good());
         const DcmTagKey key(KQ_PRIVATE_GROUP, 0x1000 | nested); // the writer's items use block 0x10
         ASSERT_TRUE(holder->findAndDeleteElement(key).good());
         DcmTag tag(key, EVR_OB);
         tag.setPrivateCreator(KQ_PRIVATE_CREATOR);
         DcmElement* binary = new DcmOtherByteOtherWord(tag);
-        const Uint8 bytes[] = {0xFE, 0xFF, 0x00, 0xE0};
-        binary->putUint8Array(bytes, 4);
+        const Uint8 item[] = {0xFE, 0xFF, 0x00, 0xE0};
+        binary->putUint8Array(item, 4);
         ASSERT_TRUE(holder->insert(binary).good());
-        EXPECT_EQ(EC_CorruptedData, apply(*object, kqr));
+        EXPECT_EQ(EC_CorruptedData, apply(*object, writer)) << nested;
     }
 }
 
@@ -146,45 +138,32 @@ TEST(SoftEdit, PrivateElementsGoIntoTheTargetsBlockOfTheirCreator)
         tag.setVR(EVR_LO);
         return tag;
     };
-    // the change set's element of "ACME" sits in its block 10; the targets use their own blocks
+    // the change set's element of "ACME" sits in its block 10, read back from a file
     KqRWriter kqr;
-    DcmItem* change = nullptr;
-    ASSERT_TRUE(kqr.changeItem(change).good());
-    ASSERT_TRUE(change->putAndInsertString(DcmTag(0x0019, 0x0010, EVR_LO), "ACME").good());
-    ASSERT_TRUE(change->putAndInsertString(privateLO(0x1001, "ACME"), "edited").good());
+    ASSERT_TRUE(changeItem(kqr)->putAndInsertString(DcmTag(0x0019, 0x0010, EVR_LO), "ACME").good());
+    ASSERT_TRUE(changeItem(kqr)->putAndInsertString(privateLO(0x1001, "ACME"), "edited").good());
     TempDir dir;
-    ASSERT_TRUE(kqr.save(dir.file("kqr").c_str()).good());
     DcmFileFormat changes;
-    ASSERT_TRUE(changes.loadFile(dir.file("kqr").c_str()).good());
-
-    struct Case
-    {
-        const char* what;
-        std::vector<std::pair<Uint16, const char*>> creators; // the target's creator slots
-        Uint16 expected;                                      // the element written
-    };
-    const std::vector<Case> cases = {
+    ASSERT_TRUE(kqr.save(dir.file("kqr").c_str()).good() && changes.loadFile(dir.file("kqr").c_str()).good());
+    // what, the target's creator slots, the element written
+    const std::tuple<const char*, std::vector<std::pair<Uint16, const char*>>, Uint16> cases[] = {
         {"no block: the first free slot", {}, 0x1001},
         {"slot 10 another creator's: 11", {{0x10, "OTHER"}}, 0x1101},
-        {"its own block at 12", {{0x10, "OTHER"}, {0x12, "ACME"}}, 0x1201},
-    };
-    for (const Case& c : cases)
+        {"its own block at 12", {{0x10, "OTHER"}, {0x12, "ACME"}}, 0x1201}};
+    for (const auto& c : cases)
     {
-        SCOPED_TRACE(c.what);
+        SCOPED_TRACE(std::get<0>(c));
         auto object = target();
         DcmDataset& ds = *object->getDataset();
-        for (const auto& slot : c.creators)
+        for (const auto& slot : std::get<1>(c))
             ASSERT_TRUE(ds.putAndInsertString(DcmTag(0x0019, slot.first, EVR_LO), slot.second).good());
-        if (!c.creators.empty())
-        {
-            ASSERT_TRUE(ds.putAndInsertString(privateLO(0x1001, "OTHER"), "theirs").good());
-        }
+        const bool fresh = std::get<1>(c).empty();
+        ASSERT_TRUE(fresh || ds.putAndInsertString(privateLO(0x1001, "OTHER"), "theirs").good());
         ASSERT_TRUE(applyModifications(ds, *changes.getDataset()).good());
-        EXPECT_EQ("edited", value(ds, DcmTagKey(0x0019, c.expected)));
-        for (const auto& slot : c.creators)
+        EXPECT_EQ("edited", value(ds, DcmTagKey(0x0019, std::get<2>(c))));
+        for (const auto& slot : std::get<1>(c))
             EXPECT_EQ(slot.second, value(ds, DcmTagKey(0x0019, slot.first)));
         // another creator's element stays; a new block gets its creator
-        EXPECT_EQ(c.creators.empty() ? "ACME" : "theirs",
-                  value(ds, DcmTagKey(0x0019, c.creators.empty() ? 0x0010 : 0x1001)));
+        EXPECT_EQ(fresh ? "ACME" : "theirs", value(ds, DcmTagKey(0x0019, fresh ? 0x0010 : 0x1001)));
     }
 }

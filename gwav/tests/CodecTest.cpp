@@ -1,7 +1,5 @@
-// The binary arithmetic coder and the codec's entry points: every prefix of a stream decodes to
-// what it settles, bytes after a complete stream change nothing, a budget gives the stream's
-// prefix; the codec's header, refusals, damaged streams, and the quality of 4096-byte dumps of
-// real images.
+// The binary arithmetic coder and the codec's calls: pinned stream bytes, lossless complete
+// streams, budgets and prefixes, the header, refusals, damaged streams.
 #include "gwav/ArithmeticDecoder.h"
 #include "gwav/ArithmeticEncoder.h"
 #include "gwav/gwav.h"
@@ -14,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <random>
@@ -21,46 +20,18 @@
 
 namespace {
 
-struct Decisions
-{
-    std::vector<int> bits;
-    std::vector<int> contexts; // 4 is the even (probability one half) decision
-};
+// Decisions in four adaptive contexts of different skew; context 4 is the even decision.
+struct Decisions { std::vector<int> bits, contexts; };
 
-Decisions makeDecisions(std::mt19937& random, int count)
+std::vector<unsigned char> encode(const Decisions& d)
 {
-    Decisions d;
-    std::uniform_int_distribution<int> context(0, 4);
-    std::uniform_int_distribution<int> percent(0, 99);
-    for (int i = 0; i < count; ++i)
-    {
-        const int c = context(random);
-        d.contexts.push_back(c);
-        d.bits.push_back(percent(random) < (c == 4 ? 50 : 3 + 30 * c));
-    }
-    return d;
-}
-
-std::vector<unsigned char> encode(const Decisions& d, size_t capacity, size_t* coded = nullptr)
-{
-    std::vector<unsigned char> out(capacity + 16, 0xA5);
-    ArithmeticEncoder encoder(out.data(), capacity);
+    std::vector<unsigned char> out(1 << 20);
+    ArithmeticEncoder encoder(out.data(), out.size());
     BitModel models[4];
-    size_t i = 0;
-    for (; i < d.bits.size() && !encoder.full(); ++i)
-    {
-        if (d.contexts[i] == 4)
-            encoder.encodeEven(d.bits[i]);
-        else
-            encoder.encode(d.bits[i], models[d.contexts[i]]);
-    }
-    if (!encoder.full())
-        encoder.finish();
-    for (size_t j = capacity; j < out.size(); ++j)
-        EXPECT_EQ(0xA5, out[j]) << "written beyond the capacity";
+    for (size_t i = 0; i < d.bits.size(); ++i)
+        d.contexts[i] == 4 ? encoder.encodeEven(d.bits[i]) : encoder.encode(d.bits[i], models[d.contexts[i]]);
+    encoder.finish();
     out.resize(encoder.length());
-    if (coded != nullptr)
-        *coded = i;
     return out;
 }
 
@@ -86,14 +57,10 @@ struct Image { int bytesPerPixel; int columns; int rows; std::vector<unsigned ch
 Image makeImage(int bytesPerPixel, int columns, int rows, std::mt19937& random, bool smooth)
 {
     Image image{bytesPerPixel, columns, rows, std::vector<unsigned char>(size_t(bytesPerPixel) * columns * rows)};
-    std::uniform_int_distribution<int> byte(0, 255);
     for (size_t i = 0; i < image.pixels.size(); ++i)
     {
-        const size_t pixel = i / size_t(bytesPerPixel);
-        const int x = int(pixel % size_t(columns));
-        const int y = int(pixel / size_t(columns));
-        image.pixels[i] = smooth ? (unsigned char)(x * 3 + y * 5 + (i % size_t(bytesPerPixel)) * 40 + byte(random) % 4)
-                                 : (unsigned char)byte(random);
+        const size_t x = i / size_t(bytesPerPixel) % size_t(columns), y = i / size_t(bytesPerPixel) / size_t(columns);
+        image.pixels[i] = (unsigned char)(smooth ? x * 3 + y * 5 + (i % size_t(bytesPerPixel)) * 40 + random() % 4 : random());
     }
     return image;
 }
@@ -106,11 +73,25 @@ Image sixteenBit(int columns, int rows, const std::vector<uint16_t>& values)
     return image;
 }
 
+// A 16-bit grey frame of the pydicom corpus.
+Image corpusImage(const char* name)
+{
+    DcmFileFormat file;
+    EXPECT_TRUE(file.loadFile(fixtures::corpusFile(name).c_str()).good()) << name;
+    Uint16 rows = 0, columns = 0;
+    const Uint16* words = nullptr;
+    file.getDataset()->findAndGetUint16(DCM_Rows, rows);
+    file.getDataset()->findAndGetUint16(DCM_Columns, columns);
+    file.getDataset()->findAndGetUint16Array(DCM_PixelData, words);
+    return sixteenBit(columns, rows, std::vector<uint16_t>(words, words + size_t(rows) * columns));
+}
+
 std::vector<unsigned char> compress(Image& image, unsigned long budget)
 {
-    std::vector<unsigned char> out(budget);
-    const unsigned long length = gwavcompress(image.pixels.data(), 7, image.bytesPerPixel, image.columns, image.rows,
-                                              out.data(), budget);
+    std::vector<unsigned char> out(budget + 16, 0xA5);
+    const unsigned long length =
+        gwavcompress(image.pixels.data(), 7, image.bytesPerPixel, image.columns, image.rows, out.data(), budget);
+    EXPECT_EQ(16, std::count(out.begin() + long(budget), out.end(), 0xA5)) << "written beyond the budget";
     out.resize(length);
     return out;
 }
@@ -124,47 +105,27 @@ std::vector<unsigned char> decompress(std::vector<unsigned char> stream, size_t 
     return out;
 }
 
-// A 16-bit grey frame of the pydicom corpus.
-Image corpusImage(const char* name)
+// PSNR of signed 16-bit samples with the original's maximum as peak.
+double psnr(const Image& original, const std::vector<unsigned char>& decoded)
 {
-    DcmFileFormat file;
-    EXPECT_TRUE(file.loadFile(fixtures::corpusFile(name).c_str()).good()) << name;
-    Uint16 rows = 0, columns = 0;
-    const Uint16* words = nullptr;
-    unsigned long count = 0;
-    DcmDataset* dataset = file.getDataset();
-    dataset->findAndGetUint16(DCM_Rows, rows);
-    dataset->findAndGetUint16(DCM_Columns, columns);
-    dataset->findAndGetUint16Array(DCM_PixelData, words, &count);
-    EXPECT_EQ(size_t(rows) * columns, count);
-    return sixteenBit(columns, rows, std::vector<uint16_t>(words, words + count));
-}
-
-// Squared error of signed 16-bit samples, and the PSNR with the original's maximum as peak.
-double squaredError(const Image& original, const std::vector<unsigned char>& decoded)
-{
-    double sum = 0;
+    double peak = -32768, sum = 0;
     for (size_t i = 0; i + 1 < decoded.size(); i += 2)
     {
         int16_t a, b;
         memcpy(&a, &original.pixels[i], 2);
         memcpy(&b, &decoded[i], 2);
+        peak = std::max(peak, double(a));
         sum += double(a - b) * double(a - b);
     }
-    return sum;
+    return sum == 0 ? INFINITY : 10 * std::log10(peak * peak * double(decoded.size() / 2) / sum);
 }
 
-double psnr(const Image& original, const std::vector<unsigned char>& decoded)
+uint64_t fnv1a(const std::vector<unsigned char>& bytes)
 {
-    double peak = -32768;
-    for (size_t i = 0; i < original.pixels.size(); i += 2)
-    {
-        int16_t a;
-        memcpy(&a, &original.pixels[i], 2);
-        peak = std::max(peak, double(a));
-    }
-    const double mse = squaredError(original, decoded) / double(original.pixels.size() / 2);
-    return mse == 0 ? INFINITY : 10 * std::log10(peak * peak / mse);
+    uint64_t hash = 14695981039346656037ull;
+    for (unsigned char b : bytes)
+        hash = (hash ^ b) * 1099511628211ull;
+    return hash;
 }
 
 } // namespace
@@ -174,8 +135,15 @@ TEST(ArithmeticCoderTest, EveryPrefixDecodesMoreOfTheDecisions)
     std::mt19937 random(21);
     for (int trial = 0; trial < 30; ++trial)
     {
-        const Decisions d = makeDecisions(random, 50 + trial * 97);
-        const std::vector<unsigned char> stream = encode(d, 1 << 20);
+        Decisions d;
+        for (int i = 0; i < 50 + trial * 97; ++i)
+        {
+            // trial 0 starts with seven even 1s and an even 0, which leave the range at exactly 2^24
+            const int c = trial == 0 && i < 8 ? 4 : int(random() % 5);
+            d.contexts.push_back(c);
+            d.bits.push_back(trial == 0 && i < 8 ? i < 7 : int(random() % 100) < (c == 4 ? 50 : 3 + 30 * c));
+        }
+        std::vector<unsigned char> stream = encode(d);
         size_t previous = 0;
         for (size_t size = 0; size <= stream.size(); ++size)
         {
@@ -184,80 +152,52 @@ TEST(ArithmeticCoderTest, EveryPrefixDecodesMoreOfTheDecisions)
             previous = count;
         }
         EXPECT_EQ(d.bits.size(), previous) << "the complete stream decodes every decision";
-        // bytes after a complete stream change nothing
-        std::vector<unsigned char> padded = stream;
         for (int i = 0; i < 8; ++i)
-            padded.push_back((unsigned char)random());
-        EXPECT_EQ(d.bits.size(), decodeCount(d, padded, padded.size()));
+            stream.push_back((unsigned char)random());
+        EXPECT_EQ(d.bits.size(), decodeCount(d, stream, stream.size())) << "bytes after the stream change nothing";
     }
 }
 
-TEST(ArithmeticCoderTest, BudgetGivesThePrefixOfTheFullStream)
+// Stored dumps must decode with later versions: stream bytes are pinned, so that a change of the
+// coder's tables, contexts or filters shows where round trips stay exact. Dumps of real images
+// beat OpenJPEG's irreversible 9/7 at the same size.
+TEST(CodecTest, CompleteStreamsAreLosslessAndStreamBytesArePinned)
 {
-    std::mt19937 random(4);
-    const Decisions d = makeDecisions(random, 20000);
-    const std::vector<unsigned char> full = encode(d, 1 << 20);
-    for (size_t capacity : {size_t(0), size_t(1), size_t(5), full.size() / 3, full.size() - 1})
+    std::mt19937 random(3);
+    // budget 0: large enough for a complete stream, which ends before it and decodes losslessly
+    struct Case { const char* what; Image image; unsigned long budget; size_t size; uint64_t fnv; double psnr; };
+    Case cases[] = {
+        {"8-bit 1 x 1", makeImage(1, 1, 1, random, false), 0, 12, 0xd4cdf64644014c39ull, 0},
+        {"RGB 1 x 17", makeImage(3, 1, 17, random, false), 0, 71, 0x5ac3c0b459a52ce1ull, 0},
+        {"16-bit 17 x 1", makeImage(2, 17, 1, random, true), 0, 42, 0x7f5ee5e4aea7bae4ull, 0},
+        {"8-bit 2 x 2", makeImage(1, 2, 2, random, false), 0, 16, 0xf5c1dfa8bf50b9a7ull, 0},
+        {"8-bit noise", makeImage(1, 33, 21, random, false), 0, 807, 0xc2f2d2856bd28faaull, 0},
+        {"16-bit noise", makeImage(2, 33, 20, random, false), 0, 1436, 0x336f2a07cbc04586ull, 0},
+        {"RGB noise", makeImage(3, 70, 3, random, false), 0, 700, 0x98c4ad767a5e8430ull, 0},
+        {"8-bit smooth", makeImage(1, 130, 97, random, true), 0, 6347, 0x55c6192fae8b1bull, 0},
+        {"16-bit smooth", makeImage(2, 130, 97, random, true), 0, 18994, 0x9a819d0854fb6019ull, 0},
+        {"RGB smooth", makeImage(3, 71, 43, random, true), 0, 5740, 0x32f745da2feaa46dull, 0},
+        {"RGB smooth, budgeted", makeImage(3, 71, 43, random, true), 700, 700, 0x65303a4d9b29999cull, 0},
+        {"signed extremes", sixteenBit(41, 37, {0x8000, 0x7FFF, 0x7FFF, 0x8000, 0}), 0, 2505, 0xbe1774455549929cull, 0},
+        {"unsigned extremes", sixteenBit(41, 37, {0, 0xFFFF, 0xFFFF, 0, 0x1234}), 0, 2159, 0x947b0a5b190eb1a8ull, 0},
+        {"CT levels", sixteenBit(67, 65, {0xFC18, 0xFC18, 0x0028, 0x0BB8, 0x0BB8, 0x0028}), 0, 4873, 0x9f9b690fe0413047ull, 0},
+        {"MR_small, budgeted", corpusImage("MR_small.dcm"), 1000, 1000, 0xfd5fe567a3ce1888ull, 0},
+        {"MR_small dump", corpusImage("MR_small.dcm"), 4096, 4096, 0x235471ebf1a7b076ull, 71.9},
+        {"CT_small dump", corpusImage("CT_small.dcm"), 4096, 4096, 0xa3e707a362c25eddull, 49.97},
+    };
+    for (Case& c : cases)
     {
-        size_t coded = 0;
-        const std::vector<unsigned char> cut = encode(d, capacity, &coded);
-        ASSERT_EQ(capacity, cut.size());
-        EXPECT_TRUE(std::equal(cut.begin(), cut.end(), full.begin())) << capacity;
-        EXPECT_LE(decodeCount(d, cut, cut.size()), coded);
+        const unsigned long budget = c.budget != 0 ? c.budget : 64 + (unsigned long)c.image.pixels.size() * 3;
+        std::vector<unsigned char> stream = compress(c.image, budget);
+        EXPECT_EQ(c.size, stream.size()) << c.what;
+        EXPECT_EQ(c.fnv, fnv1a(stream)) << c.what << std::hex << " 0x" << fnv1a(stream);
+        EXPECT_EQ(c.budget == 0, stream.size() < budget) << c.what;
+        for (int i = 0; i < 256 && c.budget == 0; ++i) // bytes after a complete stream change nothing
+            stream.push_back((unsigned char)random());
+        const std::vector<unsigned char> pixels = decompress(stream, stream.size(), c.image);
+        EXPECT_TRUE(c.budget != 0 || pixels == c.image.pixels) << c.what << ": a complete stream is lossless";
+        EXPECT_GE(c.psnr > 0 ? psnr(c.image, pixels) : 1, c.psnr) << c.what;
     }
-}
-
-TEST(CodecTest, HeaderAndInfo)
-{
-    std::mt19937 random(1);
-    Image image = makeImage(2, 300, 5, random, true);
-    std::vector<unsigned char> out(4096);
-    const unsigned long length = gwavcompress(image.pixels.data(), 0x1234, 2, 300, 5, out.data(), 4096);
-    ASSERT_GE(length, 10u);
-    EXPECT_EQ(0, memcmp(out.data(), "GW10\x02\x34\x2c\x01\x05\x00", 10));
-    int parameter = 0, bytesPerPixel = 0, columns = 0, rows = 0;
-    ASSERT_TRUE(gwavinfo(out.data(), parameter, bytesPerPixel, columns, rows));
-    EXPECT_EQ(0x34, parameter);
-    EXPECT_EQ(2, bytesPerPixel);
-    EXPECT_EQ(300, columns);
-    EXPECT_EQ(5, rows);
-    out[2] = 'X';
-    EXPECT_FALSE(gwavinfo(out.data(), parameter, bytesPerPixel, columns, rows));
-}
-
-TEST(CodecTest, LosslessWithALargeBudgetAndDeterministic)
-{
-    std::mt19937 random(2);
-    std::vector<Image> images;
-    for (int bytesPerPixel = 1; bytesPerPixel <= 3; ++bytesPerPixel)
-        for (const auto& size : {std::make_pair(1, 1), std::make_pair(1, 17), std::make_pair(17, 1), std::make_pair(2, 2),
-                                 std::make_pair(33, 20), std::make_pair(70, 3), std::make_pair(130, 97)})
-            for (bool smooth : {false, true})
-                images.push_back(makeImage(bytesPerPixel, size.first, size.second, random, smooth));
-    images.push_back(sixteenBit(41, 37, {0x8000, 0x7FFF, 0x7FFF, 0x8000, 0}));   // signed extremes
-    images.push_back(sixteenBit(41, 37, {0, 0xFFFF, 0xFFFF, 0, 0x1234}));        // unsigned extremes
-    images.push_back(sixteenBit(64, 64, {0xFC18, 0xFC18, 0x0028, 0x0BB8}));      // a CT: -1000, 40, 3000
-    // FNV-1a over every complete and every budgeted stream: stored dumps must decode with later
-    // versions, so a change of the coder's tables, contexts or filters (round trips stay exact) shows
-    unsigned long long format = 14695981039346656037ull;
-    for (Image& image : images)
-    {
-        const unsigned long budget = 64 + (unsigned long)image.pixels.size() * 3;
-        const std::vector<unsigned char> stream = compress(image, budget);
-        for (const std::vector<unsigned char>& bytes : {stream, compress(image, 12 + budget / 10)})
-            for (unsigned char b : bytes)
-                format = (format ^ b) * 1099511628211ull;
-        ASSERT_GT(stream.size(), 10u);
-        ASSERT_LT(stream.size(), budget) << "the stream ends before the budget when it is complete";
-        EXPECT_EQ(image.pixels, decompress(stream, stream.size(), image))
-            << image.bytesPerPixel << " bytes, " << image.columns << " x " << image.rows;
-        EXPECT_EQ(stream, compress(image, budget)) << "the same image gives the same bytes";
-        // bytes after a complete stream change nothing
-        std::vector<unsigned char> padded = stream;
-        for (int i = 0; i < 256; ++i)
-            padded.push_back((unsigned char)random());
-        EXPECT_EQ(image.pixels, decompress(padded, padded.size(), image));
-    }    EXPECT_EQ(0x1d6b1bf48fab80c1ull, format) << std::hex << format;
 }
 
 TEST(CodecTest, BudgetIsKeptAndEveryPrefixDecodesNoWorse)
@@ -267,11 +207,8 @@ TEST(CodecTest, BudgetIsKeptAndEveryPrefixDecodesNoWorse)
         EXPECT_EQ(budget, compress(image, budget).size());
     const std::vector<unsigned char> stream = compress(image, 1200);
     ASSERT_EQ(1200u, stream.size());
-    // Each byte settles more of every coefficient, but a refined estimate of one coefficient
-    // can land farther from its value than the guess before (about a quarter of them do), so
-    // the image's error is not smaller after every single byte: it may not fall back more than
-    // a fraction of a decibel below the best of the shorter prefixes, and a prefix twice as
-    // long is never worse.
+    // a refined estimate may land farther from its value, so a byte may cost a fraction of a
+    // decibel, but a prefix twice as long is never worse
     std::vector<double> quality(stream.size() + 1, 0);
     double best = 0;
     for (size_t size = 10; size <= stream.size(); ++size)
@@ -280,22 +217,27 @@ TEST(CodecTest, BudgetIsKeptAndEveryPrefixDecodesNoWorse)
         quality[size] = psnr(image, decompress(stream, size, image, &ok));
         ASSERT_TRUE(ok) << "prefix of " << size << " bytes";
         ASSERT_GT(quality[size], best - (size < 64 ? 0.6 : 0.2)) << "prefix of " << size << " bytes";
-        if (size >= 20)
-        {
-            ASSERT_GE(quality[size], quality[size / 2]) << "prefix of " << size << " bytes";
-        }
+        ASSERT_GE(quality[size], size >= 20 ? quality[size / 2] : 0) << "prefix of " << size << " bytes";
         best = std::max(best, quality[size]);
     }
-    // a prefix is the same stream cut short: the stream of a smaller budget
     const std::vector<unsigned char> small = compress(image, 500);
-    EXPECT_TRUE(std::equal(small.begin(), small.end(), stream.begin()));
+    EXPECT_TRUE(std::equal(small.begin(), small.end(), stream.begin())) << "a smaller budget gives a prefix";
 }
 
-TEST(CodecTest, RefusesWhatIsNoStreamOrNoImage)
+TEST(CodecTest, HeaderInfoRefusalsAndDamagedStreams)
 {
     std::mt19937 random(4);
-    Image image = makeImage(1, 8, 8, random, true);
-    const std::vector<unsigned char> stream = compress(image, 4096);
+    Image image = makeImage(2, 300, 5, random, true);
+    std::vector<unsigned char> out(4096);
+    ASSERT_GE(gwavcompress(image.pixels.data(), 0x1234, 2, 300, 5, out.data(), 4096), 10u);
+    EXPECT_EQ(0, memcmp(out.data(), "GW10\x02\x34\x2c\x01\x05\x00", 10));
+    int parameter = 0, bytesPerPixel = 0, columns = 0, rows = 0;
+    ASSERT_TRUE(gwavinfo(out.data(), parameter, bytesPerPixel, columns, rows));
+    EXPECT_EQ((std::vector<int>{0x34, 2, 300, 5}), (std::vector<int>{parameter, bytesPerPixel, columns, rows}));
+    out[2] = 'X';
+    EXPECT_FALSE(gwavinfo(out.data(), parameter, bytesPerPixel, columns, rows));
+    image = makeImage(1, 8, 8, random, true);
+    std::vector<unsigned char> stream = compress(image, 4096);
     bool ok = true;
     decompress(stream, 9, image, &ok);
     EXPECT_FALSE(ok) << "shorter than the header";
@@ -307,38 +249,19 @@ TEST(CodecTest, RefusesWhatIsNoStreamOrNoImage)
         decompress(bad, bad.size(), image, &ok);
         EXPECT_FALSE(ok) << "byte " << damage.first;
     }
-    std::vector<unsigned char> out(4096);
     EXPECT_EQ(0u, gwavcompress(image.pixels.data(), 0, 4, 8, 8, out.data(), 4096));
     EXPECT_EQ(0u, gwavcompress(image.pixels.data(), 0, 1, 0, 8, out.data(), 4096));
     EXPECT_EQ(0u, gwavcompress(image.pixels.data(), 0, 1, 8, 70000, out.data(), 4096));
     EXPECT_EQ(0u, gwavcompress(image.pixels.data(), 0, 1, 8, 8, out.data(), 9));
     EXPECT_EQ(0u, gwavcompress(nullptr, 0, 1, 8, 8, out.data(), 4096));
-}
-
-TEST(CodecTest, DamagedStreamsDecodeWithoutHarm)
-{
-    std::mt19937 random(5);
-    Image image = corpusImage("CT_small.dcm");
-    const std::vector<unsigned char> stream = compress(image, 3000);
-    std::uniform_int_distribution<size_t> position(10, stream.size() - 1);
+    // flipped bits: a crash fails the test, and the sanitizers watch what the decoder touches
+    image = corpusImage("CT_small.dcm");
+    stream = compress(image, 3000);
     for (int trial = 0; trial < 200; ++trial)
     {
         std::vector<unsigned char> bad = stream;
         for (int flips = 0; flips <= trial % 5; ++flips)
-            bad[position(random)] ^= (unsigned char)(1 + random() % 255);
-        const size_t size = 10 + random() % (bad.size() - 9);
-        decompress(bad, size, image); // the sanitizers watch what it reads and writes
-    }
-}
-
-TEST(CodecTest, DumpsOfRealImagesBeatJpeg2000)
-{
-    // OpenJPEG's irreversible 9/7 at the largest rate that fits 4086 bytes of codestream
-    const struct { const char* name; double jpeg2000; } cases[] = {{"CT_small.dcm", 49.97}, {"MR_small.dcm", 71.9}};
-    for (const auto& c : cases)
-    {
-        Image image = corpusImage(c.name);
-        const std::vector<unsigned char> stream = compress(image, 4096);
-        EXPECT_GE(psnr(image, decompress(stream, stream.size(), image)), c.jpeg2000) << c.name;
+            bad[10 + random() % (bad.size() - 10)] ^= (unsigned char)(1 + random() % 255);
+        decompress(bad, 10 + random() % (bad.size() - 9), image);
     }
 }

@@ -1,5 +1,5 @@
-// The gwav program, run as a user runs it (help, version, round trips and one-line errors), and
-// its images: PGM/PPM files and DICOM frames, with their sample conventions.
+// The gwav program run as a user runs it (round trips, info, PNG views, one-line errors), and its
+// images: PGM/PPM files and DICOM frames with their sample conventions.
 #include "gwav/DicomFrame.h"
 #include "gwav/RasterImage.h"
 
@@ -9,7 +9,6 @@
 #include "dcmtk/dcmdata/dcdeftag.h"
 #include "dcmtk/dcmdata/dcfilefo.h"
 #include "dcmtk/dcmdata/dcrledrg.h"
-#include "dcmtk/dcmdata/dcuid.h"
 
 #include <gtest/gtest.h>
 
@@ -19,25 +18,29 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
+#include <memory>
 #include <vector>
-
-using fixtures::run;
-using fixtures::RunResult;
 
 namespace {
 
-uint16_t word(const RasterImage& image, size_t i)
+std::vector<int> words(const RasterImage& image, size_t count)
 {
-    uint16_t value;
-    memcpy(&value, image.pixels() + 2 * i, 2);
-    return value;
+    std::vector<uint16_t> values(count);
+    memcpy(values.data(), image.pixels(), 2 * count);
+    return std::vector<int>(values.begin(), values.end());
 }
 
-RunResult gwav(const std::vector<std::string>& arguments)
+long openDescriptors()
 {
-    std::vector<std::string> argv{fixtures::program("gwav")};
-    argv.insert(argv.end(), arguments.begin(), arguments.end());
-    return run(argv);
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
+}
+
+fixtures::RunResult gwav(std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), fixtures::program("gwav"));
+    return fixtures::run(arguments);
 }
 
 // A 40 x 30 binary PGM of 12 bits.
@@ -45,11 +48,7 @@ std::string pgm12()
 {
     std::string content = "P5\n40 30\n4095\n";
     for (int i = 0; i < 40 * 30; ++i)
-    {
-        const int value = (i * 37 + (i / 40) * 101) % 4096;
-        content += char(value >> 8);
-        content += char(value & 0xFF);
-    }
+        content += {char((i * 37 + (i / 40) * 101) % 4096 >> 8), char((i * 37 + (i / 40) * 101) % 256)};
     return content;
 }
 
@@ -57,8 +56,7 @@ std::string pgm12()
 // A grey PNG's bit depth and samples (16-bit ones as read), or depth 0.
 int readPng(const std::string& path, std::vector<unsigned>& samples)
 {
-    png_image image;
-    memset(&image, 0, sizeof(image));
+    png_image image{};
     image.version = PNG_IMAGE_VERSION;
     if (!png_image_begin_read_from_file(&image, path.c_str()))
         return 0;
@@ -75,14 +73,88 @@ int readPng(const std::string& path, std::vector<unsigned>& samples)
 
 } // namespace
 
-#ifdef GWAV_WITH_PNG
-TEST(GwavProgramTest, PngShowsTheImageOrItsRawSamples)
+TEST(RasterImageTest, PnmFilesAndDicomFrames)
 {
-    // a 12-bit ramp coded losslessly: by default 8-bit grey levels spread over the samples'
-    // range (or a window), with -r every sample at 16 bits
+    // a 12-bit PGM (big endian samples) and an 8-bit PPM with a comment in the header
+    const struct { std::string content; int bytesPerPixel, parameter; std::vector<int> words; } cases[] = {
+        {std::string("P5\n3 1\n4095\n") + '\x0f' + '\xff' + '\x00' + '\x01' + '\x08' + '\x00', 2, 12, {0x0FFF, 1, 0x0800}},
+        {"P6 # colour\n2 1 255\n\x01\x02\x03\xfd\xfe\xff", 3, 0, {0x0201, 0xFD03, 0xFFFE}}};
+    fixtures::TempDir dir;
+    RasterImage image;
+    std::string error;
+    const long descriptors = openDescriptors();
+    for (const auto& c : cases)
+    {
+        ASSERT_TRUE(fixtures::writeFile(dir.file("in"), c.content));
+        ASSERT_TRUE(image.readPnm(dir.file("in"), error)) << error;
+        EXPECT_EQ(c.bytesPerPixel, image.bytesPerPixel());
+        EXPECT_EQ(c.parameter, image.parameter());
+        EXPECT_EQ(c.words, words(image, 3));
+        ASSERT_TRUE(image.writePnm(dir.file("out"), error)) << error;
+        const std::string written = fixtures::readFile(dir.file("out"));
+        EXPECT_EQ(c.content.substr(c.content.size() - 6), written.substr(written.size() - 6));
+    }
+    for (const std::string& bad : {std::string("P2\n1 1\n255\n0"), std::string("P6\n1 1\n65535\n\x01\x02"),
+                                   std::string("P5\n0 1\n255\n"), std::string("P5\n2 2\n255\n\x01")})
+    {
+        ASSERT_TRUE(fixtures::writeFile(dir.file("bad"), bad));
+        EXPECT_FALSE(image.readPnm(dir.file("bad"), error)) << bad;
+    }
+    EXPECT_FALSE(image.readPnm(dir.file("none"), error));
+    EXPECT_EQ("No such file or directory: " + dir.file("none"), error);
+    EXPECT_EQ(descriptors, openDescriptors()) << "every file read or written is closed";
+    // signed samples display moved up by half the range
+    RasterImage signedImage(2, 3, 1, 12 | RasterImage::SIGNED);
+    const int16_t values[3] = {-2048, 0, 2047};
+    memcpy(signedImage.pixels(), values, sizeof values);
+    EXPECT_EQ(12, signedImage.depth());
+    EXPECT_EQ((std::vector<unsigned>{0, 2048, 4095}),
+              (std::vector<unsigned>{signedImage.displaySample(0), signedImage.displaySample(1), signedImage.displaySample(2)}));
+    // a DICOM frame: 12-bit samples masked and sign extended, frames counted
+    fixtures::ObjectSpec frame;
+    frame.rows = 1;
+    frame.columns = 4;
+    std::unique_ptr<DcmFileFormat> file(fixtures::makeObject(frame));
+    DcmDataset* dataset = file->getDataset();
+    dataset->putAndInsertUint16(DCM_BitsStored, 12);
+    dataset->putAndInsertUint16(DCM_HighBit, 11);
+    dataset->putAndInsertUint16(DCM_PixelRepresentation, 1);
+    const Uint16 raw[4] = {0x0FFF, 0xF800, 0x17FF, 0x8005}; // -1, -2048, 2047, 5 with stray bits above
+    dataset->putAndInsertUint16Array(DCM_PixelData, raw, 4);
+    ASSERT_TRUE(file->saveFile(dir.file("frame.dcm").c_str(), EXS_LittleEndianExplicit).good());
+    ASSERT_TRUE(readDicomFrame(dir.file("frame.dcm"), 1, image, error)) << error;
+    EXPECT_EQ(2, image.bytesPerPixel());
+    EXPECT_EQ(12 | RasterImage::SIGNED, image.parameter());
+    EXPECT_EQ((std::vector<int>{0xFFFF, 0xF800, 2047, 5}), words(image, 4));
+    EXPECT_FALSE(readDicomFrame(dir.file("frame.dcm"), 2, image, error));
+    EXPECT_EQ("no frame 2 in " + dir.file("frame.dcm") + " (it has 1)", error);
+    // frame 2 of a two-frame RLE colour object, decoded by DCMTK; the values as pydicom reads them
+    DcmRLEDecoderRegistration::registerCodecs();
+    const bool read = readDicomFrame(fixtures::corpusFile("SC_rgb_rle_2frame.dcm"), 2, image, error);
+    DcmRLEDecoderRegistration::cleanup();
+    ASSERT_TRUE(read) << error;
+    ASSERT_EQ((std::vector<int>{3, 100, 100}), (std::vector<int>{image.bytesPerPixel(), image.columns(), image.rows()}));
+    const unsigned char* p = image.pixels();
+    EXPECT_EQ((std::vector<int>{0, 255, 255, 127, 127, 0}),
+              (std::vector<int>{p[0], p[1], p[2], p[3 * 5050], p[3 * 5050 + 1], p[3 * 5050 + 2]}));
+}
+
+TEST(GwavProgramTest, RoundTripsViewsAndInfo)
+{
     fixtures::TempDir dir;
     ASSERT_TRUE(fixtures::writeFile(dir.file("in.pgm"), pgm12()));
-    ASSERT_EQ(0, gwav({"encode", "-b", "100000", dir.file("in.pgm"), dir.file("s.gw")}).status);
+    fixtures::RunResult result = gwav({"encode", "-b", "100000", dir.file("in.pgm"), dir.file("s.gw")});
+    ASSERT_EQ(0, result.status) << result.err;
+    EXPECT_EQ("", result.out + result.err);
+    result = gwav({"decode", dir.file("s.gw"), dir.file("out.pgm")});
+    ASSERT_EQ(0, result.status) << result.err;
+    EXPECT_EQ(pgm12(), fixtures::readFile(dir.file("out.pgm")));
+    // the first 200 bytes: the same size, another image
+    ASSERT_EQ(0, gwav({"decode", "-s", "200", dir.file("s.gw"), dir.file("small.pgm")}).status);
+    EXPECT_EQ(pgm12().size(), fixtures::readFile(dir.file("small.pgm")).size());
+    EXPECT_NE(pgm12(), fixtures::readFile(dir.file("small.pgm")));
+#ifdef GWAV_WITH_PNG
+    // 8-bit grey levels over the samples' range or a window; with -r every sample at 16 bits
     std::vector<unsigned> samples;
     ASSERT_EQ(0, gwav({"decode", dir.file("s.gw"), dir.file("view.png")}).status);
     ASSERT_EQ(8, readPng(dir.file("view.png"), samples));
@@ -95,124 +167,10 @@ TEST(GwavProgramTest, PngShowsTheImageOrItsRawSamples)
     ASSERT_EQ(0, gwav({"decode", "-r", dir.file("s.gw"), dir.file("raw.png")}).status);
     ASSERT_EQ(16, readPng(dir.file("raw.png"), samples));
     EXPECT_EQ(37u * 65535u / 4095u, samples[1]);
-}
 #endif
-
-TEST(RasterImageTest, PnmFilesReadAndWriteBack)
-{
-    fixtures::TempDir dir;
-    // a 12-bit PGM (big endian samples) and an 8-bit PPM with a comment in the header
-    const std::string pgm = std::string("P5\n3 1\n4095\n") + '\x0f' + '\xff' + '\x00' + '\x01' + '\x08' + '\x00';
-    const std::string ppm = std::string("P6 # colour\n2 1 255\n") + "\x01\x02\x03\xfd\xfe\xff";
-    for (const std::string& content : {pgm, ppm})
-    {
-        ASSERT_TRUE(fixtures::writeFile(dir.file("in"), content));
-        RasterImage image;
-        std::string error;
-        ASSERT_TRUE(image.readPnm(dir.file("in"), error)) << error;
-        ASSERT_TRUE(image.writePnm(dir.file("out"), error)) << error;
-        const std::string written = fixtures::readFile(dir.file("out"));
-        EXPECT_EQ(content.substr(content.size() - 6), written.substr(written.size() - 6));
-    }
-    RasterImage image;
-    std::string error;
-    ASSERT_TRUE(fixtures::writeFile(dir.file("in"), pgm));
-    ASSERT_TRUE(image.readPnm(dir.file("in"), error));
-    EXPECT_EQ(2, image.bytesPerPixel());
-    EXPECT_EQ(12, image.parameter());
-    EXPECT_EQ(0x0FFF, word(image, 0));
-    EXPECT_EQ(0x0800, word(image, 2));
-    for (const std::string& bad : {std::string("P2\n1 1\n255\n0"), std::string("P6\n1 1\n65535\n\x01\x02"),
-                                   std::string("P5\n0 1\n255\n"), std::string("P5\n2 2\n255\n\x01")})
-    {
-        ASSERT_TRUE(fixtures::writeFile(dir.file("bad"), bad));
-        EXPECT_FALSE(image.readPnm(dir.file("bad"), error)) << bad;
-    }
-}
-
-TEST(RasterImageTest, SignedSamplesDisplayMovedUpByHalfTheRange)
-{
-    RasterImage image(2, 3, 1, 12 | RasterImage::SIGNED);
-    const int16_t values[3] = {-2048, 0, 2047};
-    memcpy(image.pixels(), values, sizeof values);
-    EXPECT_EQ(12, image.depth());
-    EXPECT_EQ(0u, image.displaySample(0));
-    EXPECT_EQ(2048u, image.displaySample(1));
-    EXPECT_EQ(4095u, image.displaySample(2));
-}
-
-TEST(RasterImageTest, DicomFrameIsMaskedAndSignExtended)
-{
-    fixtures::TempDir dir;
-    DcmFileFormat file;
-    DcmDataset* dataset = file.getDataset();
-    dataset->putAndInsertString(DCM_SOPClassUID, UID_SecondaryCaptureImageStorage);
-    dataset->putAndInsertString(DCM_SOPInstanceUID, "1.2.826.0.1.3680043.2.1125.9.11");
-    dataset->putAndInsertUint16(DCM_Rows, 1);
-    dataset->putAndInsertUint16(DCM_Columns, 4);
-    dataset->putAndInsertUint16(DCM_SamplesPerPixel, 1);
-    dataset->putAndInsertString(DCM_PhotometricInterpretation, "MONOCHROME2");
-    dataset->putAndInsertUint16(DCM_BitsAllocated, 16);
-    dataset->putAndInsertUint16(DCM_BitsStored, 12);
-    dataset->putAndInsertUint16(DCM_HighBit, 11);
-    dataset->putAndInsertUint16(DCM_PixelRepresentation, 1);
-    // 12-bit two's complement with stray bits above: -1, -2048, 2047, 5
-    const Uint16 words[4] = {0x0FFF, 0xF800, 0x17FF, 0x8005};
-    dataset->putAndInsertUint16Array(DCM_PixelData, words, 4);
-    ASSERT_TRUE(file.saveFile(dir.file("frame.dcm").c_str(), EXS_LittleEndianExplicit).good());
-
-    RasterImage image;
-    std::string error;
-    ASSERT_TRUE(readDicomFrame(dir.file("frame.dcm"), 1, image, error)) << error;
-    EXPECT_EQ(2, image.bytesPerPixel());
-    EXPECT_EQ(12 | RasterImage::SIGNED, image.parameter());
-    EXPECT_EQ(uint16_t(-1), word(image, 0));
-    EXPECT_EQ(uint16_t(-2048), word(image, 1));
-    EXPECT_EQ(2047, word(image, 2));
-    EXPECT_EQ(5, word(image, 3));
-    EXPECT_FALSE(readDicomFrame(dir.file("frame.dcm"), 2, image, error));
-    EXPECT_EQ("no frame 2 in " + dir.file("frame.dcm") + " (it has 1)", error);
-}
-
-TEST(RasterImageTest, FrameOfACompressedColourObject)
-{
-    // frame 2 of a two-frame RLE colour object, decoded by DCMTK; the values as pydicom reads them
-    DcmRLEDecoderRegistration::registerCodecs();
-    RasterImage image;
-    std::string error;
-    const bool read = readDicomFrame(fixtures::corpusFile("SC_rgb_rle_2frame.dcm"), 2, image, error);
-    DcmRLEDecoderRegistration::cleanup();
-    ASSERT_TRUE(read) << error;
-    ASSERT_EQ(3, image.bytesPerPixel());
-    ASSERT_EQ(100, image.columns());
-    ASSERT_EQ(100, image.rows());
-    const unsigned char* p = image.pixels();
-    EXPECT_EQ((std::vector<int>{0, 255, 255, 127, 127, 0}),
-              (std::vector<int>{p[0], p[1], p[2], p[3 * 5050], p[3 * 5050 + 1], p[3 * 5050 + 2]}));
-}
-
-TEST(GwavProgramTest, PgmRoundTripIsLosslessWithALargeBudget)
-{
-    fixtures::TempDir dir;
-    ASSERT_TRUE(fixtures::writeFile(dir.file("in.pgm"), pgm12()));
-    RunResult result = gwav({"encode", "-b", "100000", dir.file("in.pgm"), dir.file("s.gwav")});
-    ASSERT_EQ(0, result.status) << result.err;
-    EXPECT_EQ("", result.out + result.err);
-    result = gwav({"decode", dir.file("s.gwav"), dir.file("out.pgm")});
-    ASSERT_EQ(0, result.status) << result.err;
-    EXPECT_EQ(pgm12(), fixtures::readFile(dir.file("out.pgm")));
-    // the first 200 bytes: the same size, another image
-    result = gwav({"decode", "-s", "200", dir.file("s.gwav"), dir.file("small.pgm")});
-    ASSERT_EQ(0, result.status) << result.err;
-    EXPECT_EQ(pgm12().size(), fixtures::readFile(dir.file("small.pgm")).size());
-    EXPECT_NE(pgm12(), fixtures::readFile(dir.file("small.pgm")));
-}
-
-TEST(GwavProgramTest, DicomFrameToDumpAndInfo)
-{
-    fixtures::TempDir dir;
+    // a DICOM frame gives a 4096-byte dump by default
     const std::string stream = dir.file("ct.gwav");
-    RunResult result = gwav({"encode", fixtures::corpusFile("CT_small.dcm"), stream});
+    result = gwav({"encode", fixtures::corpusFile("CT_small.dcm"), stream});
     ASSERT_EQ(0, result.status) << result.err;
     EXPECT_EQ(4096u, fixtures::readFile(stream).size());
     result = gwav({"info", stream});
@@ -250,7 +208,7 @@ TEST(GwavProgramTest, ErrorsAreOneLineWithStatusOne)
     };
     for (const auto& c : cases)
     {
-        const RunResult result = gwav(c.arguments);
+        const fixtures::RunResult result = gwav(c.arguments);
         EXPECT_EQ(1, result.status) << c.error;
         EXPECT_EQ(c.error, result.err);
         EXPECT_EQ("", result.out);

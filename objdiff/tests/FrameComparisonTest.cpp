@@ -1,11 +1,9 @@
-// Decoded frames: the frame memories, the frame comparison's verdicts and lines, the peak-error
-// measure, and what the comparison does to (and keeps of) the objects.
+// Decoded frames: the comparison's verdicts and lines, the peak-error measure, and the objects kept.
 #include "objdiff/CompareImageData.h"
-#include "objdiff/LocalObjDiffMemory.h"
 #include "objdiff/MemoryBlock.h"
 #include "objdiff/ObjDiff.h"
 #include "objdiff/ObjDiffProcess.h"
-#include "objdiff/RemoteObjDiffMemory.h"
+#include "objdiff/ObjDiffRawImage.h"
 
 #include "tests/fixtures/Fixtures.h"
 
@@ -45,7 +43,7 @@ TEST(FrameComparison, MemoryBlockVerdictsAndLines)
 {
     const char* const DIFFERS = "! Pixel Data differs\n";
     struct Case { const char* name; std::vector<Uint8> first, second; bool lossless, wide, equal;
-                  const char *out, *err; bool firstMissing = false; }; // the first block never allocated
+                  const char *out, *err; bool firstMissing = false; }; // firstMissing: never allocated
     const std::vector<Case> cases = {
         {"identical, lossless", {1, 2, 3, 4}, {1, 2, 3, 4}, true, false, true, "", ""},
         {"one byte, lossless", {1, 2, 3, 4}, {1, 2, 3, 5}, true, false, false, DIFFERS, ""},
@@ -81,99 +79,76 @@ TEST(FrameComparison, MemoryBlockVerdictsAndLines)
 
 TEST(FrameComparison, PeakErrorMeasure)
 {
-    const unsigned short a[] = {100, 0};
-    const unsigned short b[] = {90, 0};
+    const unsigned short a[] = {100, 0}, b[] = {90, 0}, top[] = {65535}, bottom[] = {0};
+    const unsigned char c[] = {200, 50, 0}, d[] = {100, 50, 0};
     EXPECT_NEAR(compareImageData(a, b, 2), 83.01029995663981, 1e-12);
-    const unsigned char c[] = {200, 50, 0};
-    const unsigned char d[] = {100, 50, 0};
     EXPECT_NEAR(compareImageData(c, d, 3), 28.85361220031512, 1e-12);
     // the peak is the first image's: an all-black first image against anything else
     EXPECT_EQ(compareImageData(d + 2, c, 1), -std::numeric_limits<double>::infinity());
-    // 16-bit extremes stay finite
-    const unsigned short top[] = {65535};
-    const unsigned short bottom[] = {0};
-    EXPECT_NEAR(compareImageData(top, bottom, 1), 0.0, 1e-12);
+    EXPECT_NEAR(compareImageData(top, bottom, 1), 0.0, 1e-12); // 16-bit extremes stay finite
     // identical samples, even all zero, are equal; nothing at all is not
     EXPECT_EQ(compareImageData(bottom, bottom, 1), std::numeric_limits<double>::infinity());
     EXPECT_EQ(compareImageData(a, a, 2), std::numeric_limits<double>::infinity());
     EXPECT_TRUE(std::isnan(compareImageData(a, b, 0)));
 }
 
-TEST(FrameComparison, ObjectsAndTheirFrames)
+TEST(FrameComparison, ObjectsAndTheirStoredSamples)
 {
-    // frames of different sizes: found before any sample is read
+    // frames of different sizes (found before any sample is read); pixel data that cannot be decoded
+    struct Case { const char* name; std::vector<DcmTagKey> ignored; unsigned short bits, rows; const char* err;
+                  bool trouble; };
+    const Case cases[] = {
+        {"sizes", {DCM_BitsAllocated, DCM_BitsStored, DCM_HighBit}, 8, 8,
+         "Frame length differs (64 != 128\n! Image frame 1 differs\n", false},
+        {"no rows", {DCM_Rows}, 16, 0, "Error processing first DICOM object\n", true},
+    };
+    for (const Case& c : cases)
     {
-        fixtures::ObjectSpec narrow;
-        narrow.bitsAllocated = 8;
-        std::unique_ptr<DcmFileFormat> a(fixtures::makeObject(narrow));
-        std::unique_ptr<DcmFileFormat> b(fixtures::makeObject(fixtures::ObjectSpec()));
+        SCOPED_TRACE(c.name);
+        fixtures::ObjectSpec spec;
+        spec.bitsAllocated = c.bits;
+        std::unique_ptr<DcmFileFormat> a(fixtures::makeObject(spec)), b(fixtures::makeObject(fixtures::ObjectSpec()));
+        a->getDataset()->putAndInsertUint16(DCM_Rows, c.rows);
         IgnoreTags rules;
-        for (const DcmTagKey& key : {DCM_BitsAllocated, DCM_BitsStored, DCM_HighBit})
-            rules.tags.insert(key);
-        ObjectComparator comparator(rules);
-        std::ostringstream out, err;
-        comparator.setOutput(out, err);
-        EXPECT_FALSE(comparator.compareObjects(a->getDataset(), b->getDataset(), OC_MODE_FRAMES));
-        EXPECT_EQ(err.str(), "Frame length differs (64 != 128\n! Image frame 1 differs\n");
-        EXPECT_EQ(out.str(), "");
-        EXPECT_FALSE(comparator.hadTrouble());
-    }
-
-    // pixel data that cannot be decoded (no rows) in either object
-    for (int broken = 0; broken < 2; ++broken)
-    {
-        std::unique_ptr<DcmFileFormat> a(fixtures::makeObject(fixtures::ObjectSpec()));
-        std::unique_ptr<DcmFileFormat> b(fixtures::makeObject(fixtures::ObjectSpec()));
-        IgnoreTags rules;
-        rules.tags.insert(DCM_Rows);
-        (broken == 0 ? a : b)->getDataset()->putAndInsertUint16(DCM_Rows, 0);
+        rules.tags.insert(c.ignored.begin(), c.ignored.end());
         ObjectComparator comparator(rules);
         std::ostringstream out, err;
         comparator.setOutput(out, err);
         bool equal = true;
         fixtures::capture([&] { equal = comparator.compareObjects(a->getDataset(), b->getDataset(), OC_MODE_FRAMES); });
         EXPECT_FALSE(equal);
-        EXPECT_EQ(err.str(), broken == 0 ? "Error processing first DICOM object\n"
-                                               : "Error processing second DICOM object\n");
-        EXPECT_TRUE(comparator.hadTrouble());
+        EXPECT_EQ(err.str(), c.err);
+        EXPECT_EQ(out.str(), "");
+        EXPECT_EQ(comparator.hadTrouble(), c.trouble);
     }
-
     // the caller's datasets keep their pixel data, also when it is still in the file
-    {
-        fixtures::TempDir dir;
-        fixtures::ObjectSpec spec;
-        spec.rows = spec.columns = 128;
-        ASSERT_TRUE(fixtures::writeObject(dir.file("a"), spec));
-        std::unique_ptr<DcmFileFormat> a(new DcmFileFormat());
-        ASSERT_TRUE(a->loadFile(dir.file("a").c_str(), EXS_Unknown, EGL_noChange, 4096).good());
-        std::unique_ptr<DcmFileFormat> b(fixtures::makeObject(spec));
-        const unsigned long cardinality = a->getDataset()->card();
-        IgnoreTags rules;
-        ObjectComparator comparator(rules);
-        EXPECT_TRUE(comparator.compareObjects(a->getDataset(), b->getDataset(), OC_MODE_FRAMES));
-        EXPECT_TRUE(a->getDataset()->tagExists(DCM_PixelData));
-        EXPECT_TRUE(b->getDataset()->tagExists(DCM_PixelData));
-        EXPECT_EQ(a->getDataset()->card(), cardinality);
-        EXPECT_EQ(b->getDataset()->card(), cardinality);
-        DcmElement* inFile = NULL;
-        ASSERT_TRUE(a->getDataset()->findAndGetElement(DCM_PixelData, inFile).good());
-        EXPECT_FALSE(inFile->valueLoaded()); // the copy read it from the file
-    }
-}
+    fixtures::TempDir dir;
+    fixtures::ObjectSpec spec;
+    spec.rows = spec.columns = 128;
+    ASSERT_TRUE(fixtures::writeObject(dir.file("a"), spec));
+    std::unique_ptr<DcmFileFormat> a(new DcmFileFormat()), b(fixtures::makeObject(spec));
+    ASSERT_TRUE(a->loadFile(dir.file("a").c_str(), EXS_Unknown, EGL_noChange, 4096).good());
+    const unsigned long cardinality = a->getDataset()->card();
+    IgnoreTags rules;
+    ObjectComparator comparator(rules);
+    EXPECT_TRUE(comparator.compareObjects(a->getDataset(), b->getDataset(), OC_MODE_FRAMES));
+    EXPECT_EQ(a->getDataset()->card(), cardinality);
+    EXPECT_EQ(b->getDataset()->card(), cardinality);
+    DcmElement* inFile = NULL;
+    ASSERT_TRUE(a->getDataset()->findAndGetElement(DCM_PixelData, inFile).good() &&
+                b->getDataset()->tagExists(DCM_PixelData));
+    EXPECT_FALSE(inFile->valueLoaded()); // the copy read it from the file
 
-TEST(FrameComparison, FramesKeepTheStoredSamples)
-{
     // signed MONOCHROME1 samples are neither offset nor inverted for the comparison
-    std::unique_ptr<DcmFileFormat> object(fixtures::makeObject(fixtures::ObjectSpec()));
-    DcmDataset* dataset = object->getDataset();
+    b.reset(fixtures::makeObject(fixtures::ObjectSpec()));
+    DcmDataset* dataset = b->getDataset();
     dataset->putAndInsertString(DCM_PhotometricInterpretation, "MONOCHROME1");
     dataset->putAndInsertUint16(DCM_PixelRepresentation, 1);
     DcmElement* pixels = NULL;
     const Uint8* stored = NULL;
-    ASSERT_TRUE(dataset->findAndGetElement(DCM_PixelData, pixels).good());
-    ASSERT_TRUE(dataset->findAndGetUint8Array(DCM_PixelData, stored).good());
+    ASSERT_TRUE(dataset->findAndGetElement(DCM_PixelData, pixels).good() &&
+                dataset->findAndGetUint8Array(DCM_PixelData, stored).good());
     const std::vector<Uint8> before(stored, stored + pixels->getLength());
-
     ObjDiffProcess process(dataset, false);
     ASSERT_EQ(process.process(), 0);
     ASSERT_EQ(process.getFrames().size(), 1u);
@@ -181,4 +156,10 @@ TEST(FrameComparison, FramesKeepTheStoredSamples)
     ASSERT_EQ(frame->getLength(), before.size());
     EXPECT_EQ(memcmp(frame->getData(), before.data(), before.size()), 0);
     EXPECT_FALSE(dataset->tagExists(DCM_PixelData)); // the process takes it out of its dataset
+    // an image without samples, or without a file, writes no dump
+    ObjDiffRawImage empty(&process, 1);
+    FILE* devNull = fopen("/dev/null", "wb");
+    EXPECT_FALSE(empty.writeWavelet(devNull));
+    EXPECT_FALSE(empty.writeWavelet(nullptr));
+    fclose(devNull);
 }

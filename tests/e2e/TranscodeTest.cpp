@@ -31,12 +31,14 @@ fixtures::RunResult transcode(const std::vector<std::string>& args, const std::s
     return fixtures::run(argv);
 }
 
-std::string writeImage(const fixtures::TempDir& dir, const std::string& name, const codectest::ImageSpec& spec,
-                       bool withModality = true)
+// The image saved with the given modality (none when empty).
+std::string writeImage(const fixtures::TempDir& dir, const std::string& name, const codectest::ImageLayout& spec,
+                       const char* modality = "CT")
 {
     std::unique_ptr<DcmFileFormat> image(codectest::makeImage(spec));
-    if (!withModality)
-        delete image->getDataset()->remove(DCM_Modality);
+    delete image->getDataset()->remove(DCM_Modality);
+    if (*modality)
+        image->getDataset()->putAndInsertString(DCM_Modality, modality);
     const std::string path = dir.file(name);
     EXPECT_TRUE(image->saveFile(path.c_str(), EXS_LittleEndianExplicit).good());
     return path;
@@ -51,7 +53,7 @@ std::unique_ptr<DcmFileFormat> load(const std::string& path)
 
 std::string transferSyntax(const std::string& path)
 {
-    return codectest::stringOf(*load(path)->getMetaInfo(), DCM_TransferSyntaxUID);
+    return fixtures::value(*load(path)->getMetaInfo(), DCM_TransferSyntaxUID);
 }
 
 double storedRatio(const std::string& path)
@@ -60,9 +62,9 @@ double storedRatio(const std::string& path)
 }
 
 // 128 x 128, 12 bits with noise: lossy coding shows in the size.
-codectest::ImageSpec noisyImage()
+codectest::ImageLayout noisyImage()
 {
-    return codectest::ImageSpec(128, 128, 1, 16, 12, false, 0, 1, "", 200);
+    return codectest::ImageLayout(128, 128, 1, 16, 12, false, 0, 1, "", 200);
 }
 
 } // namespace
@@ -136,10 +138,8 @@ TEST(Transcode, LossyRateComesFromTheConfigurationByModality)
     fixtures::TempDir dir;
     fixtures::TempDir conf;
     const std::string ct = writeImage(dir, "ct.dcm", noisyImage());
-    codectest::ImageSpec mrSpec = noisyImage();
-    mrSpec.modality = "MR";
-    const std::string mr = writeImage(dir, "mr.dcm", mrSpec);
-    const std::string none = writeImage(dir, "none.dcm", noisyImage(), false);
+    const std::string mr = writeImage(dir, "mr.dcm", noisyImage(), "MR");
+    const std::string none = writeImage(dir, "none.dcm", noisyImage(), "");
     const std::string out = dir.file("out.dcm");
     const std::string file = conf.file("jpeg2000lossy.conf");
     const std::string rates = "# rates\nDefault=\"0.25\"\nCT = \"0.5\"\nCT=\"0.2\"\nMR=\"1.5\"\n";
@@ -216,7 +216,7 @@ std::vector<int> nativeSamples(const std::string& path)
     DcmDataset& ds = *file->getDataset();
     if (!DcmXfer(ds.getOriginalXfer()).isNotEncapsulated())
         return std::vector<int>();
-    Uint16 rows = 0, columns = 0, spp = 1, bitsAllocated = 0, bitsStored = 0, signedness = 0, planar = 0;
+    Uint16 rows = 0, columns = 0, spp = 1, bitsAllocated = 0, bitsStored = 0, signedness = 0;
     Sint32 frames = 1;
     ds.findAndGetUint16(DCM_Rows, rows);
     ds.findAndGetUint16(DCM_Columns, columns);
@@ -224,22 +224,14 @@ std::vector<int> nativeSamples(const std::string& path)
     ds.findAndGetUint16(DCM_BitsAllocated, bitsAllocated);
     ds.findAndGetUint16(DCM_BitsStored, bitsStored);
     ds.findAndGetUint16(DCM_PixelRepresentation, signedness);
-    ds.findAndGetUint16(DCM_PlanarConfiguration, planar);
     ds.findAndGetSint32(DCM_NumberOfFrames, frames);
     const std::vector<Uint8> bytes = codectest::pixelBytes(ds);
-    const size_t pixels = size_t(rows) * columns;
-    const size_t count = pixels * spp * size_t(frames < 1 ? 1 : frames);
+    const size_t count = size_t(rows) * columns * spp * size_t(frames < 1 ? 1 : frames);
     const size_t width = bitsAllocated / 8;
     std::vector<int> samples;
-    for (size_t i = 0; i < count && bytes.size() >= count * width; ++i)
+    for (size_t i = 0; i < count && bytes.size() >= count * width; ++i) // bytes come colour-by-pixel
     {
-        size_t index = i;
-        if (spp > 1 && planar == 1)
-        {
-            const size_t within = i % (pixels * spp);
-            index = i - within + (within % spp) * pixels + within / spp;
-        }
-        unsigned value = bytes[index * width] | (width == 2 ? unsigned(bytes[index * width + 1]) << 8 : 0u);
+        unsigned value = bytes[i * width] | (width == 2 ? unsigned(bytes[i * width + 1]) << 8 : 0u);
         value &= (1u << bitsStored) - 1;
         samples.push_back(signedness == 1 && (value >> (bitsStored - 1)) ? int(value) - (1 << bitsStored) : int(value));
     }
@@ -253,20 +245,20 @@ std::vector<int> nativeSamples(const std::string& path)
 // ones close to them.
 TEST(Transcode, EveryTargetDecodesWithAnIndependentTool)
 {
-    using codectest::ImageSpec;
-    const ImageSpec gray16(64, 48, 1, 16, 16, true, 0, 2); // signed, two frames
-    const ImageSpec gray16once(64, 48, 1, 16, 16, true); // gdcmconv takes no multi-frame Secondary Capture
-    const ImageSpec gray12(64, 48, 1, 16, 12, false);
-    const ImageSpec gray8(64, 48, 1, 8, 8, false);
-    const ImageSpec rgb(64, 48, 3, 8, 8, false, 0, 2);
-    const ImageSpec rgbPlanes(64, 48, 3, 8, 8, false, 1);
+    using codectest::ImageLayout;
+    const ImageLayout gray16(64, 48, 1, 16, 16, true, 0, 2); // signed, two frames
+    const ImageLayout gray16once(64, 48, 1, 16, 16, true); // gdcmconv takes no multi-frame Secondary Capture
+    const ImageLayout gray12(64, 48, 1, 16, 12, false);
+    const ImageLayout gray8(64, 48, 1, 8, 8, false);
+    const ImageLayout rgb(64, 48, 3, 8, 8, false, 0, 2);
+    const ImageLayout rgbPlanes(64, 48, 3, 8, 8, false, 1);
     const std::vector<std::string> dcmdrle = {"/usr/bin/dcmdrle"}, dcmdjpeg = {"/usr/bin/dcmdjpeg"},
                                    dcmdjpls = {"/usr/bin/dcmdjpls"}, gdcmconv = {"/usr/bin/gdcmconv", "--raw"},
                                    dcmconv = {"/usr/bin/dcmconv", "+te"};
     const int EXACT = 0, LOSSY = -1;
     struct Case
     {
-        ImageSpec spec;
+        ImageLayout spec;
         std::string xfer;
         std::vector<std::string> decoder;
         int maxError; // largest difference of a sample; LOSSY: a mean difference under 1% of the range

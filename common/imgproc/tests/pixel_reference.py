@@ -1,15 +1,9 @@
 #!/usr/bin/python3
-"""Reference samples read by pydicom, for the image pipeline's corpus test.
-
-Reads lines "kind<TAB>input<TAB>output" on standard input and writes, for each:
-  frames    the samples of every frame (pixel_array, little endian), with the bits that are not
-            stored cleared and signed samples sign-extended, stored bits moved to bit 0, palette
-            colour through apply_color_lut; output + ".pi" holds the photometric interpretation
-            of the samples, and for YBR_FULL samples output + ".rgb" pydicom's RGB conversion
-  overlay   overlay_array of group 6000 as one byte (0 or 1) per pixel
-  document  the Encapsulated Document bytes, without the pad byte of an odd-length document
-A line that fails writes output + ".error" with the reason.
-"""
+"""Reference samples read by pydicom for the corpus test, per stdin line "kind<TAB>input<TAB>output":
+frames: every frame's samples (stored bits at bit 0, signed ones extended, palette through its LUT,
+little endian), with the photometric interpretation in output.pi and pydicom's RGB of YBR_FULL
+in output.rgb; overlay: group 6000 as one byte per pixel; document: the bytes without the pad
+byte. A line that fails writes the reason to output.error."""
 import sys
 
 import numpy as np
@@ -20,8 +14,7 @@ from pydicom.pixel_data_handlers.util import apply_color_lut, convert_color_spac
 def frames(ds, output):
     arr = ds.pixel_array
     arr = arr.astype(arr.dtype.newbyteorder("="))  # big endian objects give big endian arrays
-    photometric = ds.PhotometricInterpretation
-    bits = ds.BitsAllocated
+    photometric, bits = ds.PhotometricInterpretation, ds.BitsAllocated
     if photometric == "PALETTE COLOR":
         arr = apply_color_lut(arr, ds)
         photometric = "RGB"
@@ -31,13 +24,11 @@ def frames(ds, output):
         values = (unsigned >> (high + 1 - stored)) & ((1 << stored) - 1)
         if ds.PixelRepresentation == 1:
             values = np.where(values & (1 << (stored - 1)), values - (1 << stored), values)
-        arr = values.astype(np.int8 if bits == 8 else np.int16) if ds.PixelRepresentation == 1 else \
-            values.astype(np.uint8 if bits == 8 else np.uint16)
+        arr = values.astype(("int8", "int16", "uint8", "uint16")[(bits == 16) + 2 * (ds.PixelRepresentation == 0)])
     if photometric == "YBR_FULL_422":
         photometric = "YBR_FULL"  # pydicom expands the subsampled chroma
     arr.astype(arr.dtype.newbyteorder("<")).tofile(output)
-    with open(output + ".pi", "w") as f:
-        f.write(photometric)
+    open(output + ".pi", "w").write(photometric)
     if photometric == "YBR_FULL":
         convert_color_space(arr, "YBR_FULL", "RGB").tofile(output + ".rgb")
 
@@ -48,10 +39,7 @@ def overlay(ds, output):
 
 def document(ds, output):
     data = bytes(ds.EncapsulatedDocument)
-    if len(data) % 2 == 0 and data.endswith(b"\0"):
-        data = data[:-1]
-    with open(output, "wb") as f:
-        f.write(data)
+    open(output, "wb").write(data[:-1] if len(data) % 2 == 0 and data.endswith(b"\0") else data)
 
 
 for line in sys.stdin:
@@ -60,5 +48,4 @@ for line in sys.stdin:
         ds = pydicom.dcmread(source, force=True)
         {"frames": frames, "overlay": overlay, "document": document}[kind](ds, target)
     except Exception as error:  # reported to the test, which decides
-        with open(target + ".error", "w") as f:
-            f.write(f"{type(error).__name__}: {error}")
+        open(target + ".error", "w").write(f"{type(error).__name__}: {error}")

@@ -1,156 +1,89 @@
 // Damaged codestreams and objects whose header does not match their codestream give a clear
-// error, never a crash (these tests are meant to run under AddressSanitizer too).
+// error, never a crash.
 #include "dcmutils/codec/CodecRegistry.h"
-#include "dcmutils/codec/D2CodecParameter.h"
-#include "dcmutils/codec/D2CodestreamDecoder.h"
 #include "dcmutils/codec/D2JPEG2000Library.h"
+#include "dcmutils/codec/O2DecoderRegistration.h"
 
 #include "dcmutils/codec/tests/CodecTestSupport.h"
-#include "tests/fixtures/Fixtures.h"
-
-#include "dcmtk/dcmdata/dctk.h"
 
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <string>
-
 namespace {
 
-// The first fragment of the object's pixel sequence.
-DcmPixelItem* firstFragment(DcmFileFormat& file)
+std::string decodeError(DcmFileFormat& file)
 {
-    DcmPixelSequence* sequence = codectest::pixelSequence(*file.getDataset());
-    DcmPixelItem* item = NULL;
-    if (sequence == NULL || sequence->getItem(item, 1).bad())
-        return NULL;
-    return item;
-}
-
-// The first codestream of a corpus file.
-std::vector<Uint8> codestreamOf(const std::string& name)
-{
-    DcmFileFormat file;
-    Uint8* data = NULL;
-    if (file.loadFile(fixtures::corpusFile(name).c_str()).bad() || firstFragment(file) == NULL ||
-        firstFragment(file)->getUint8Array(data).bad() || data == NULL)
-        return std::vector<Uint8>();
-    return std::vector<Uint8>(data, data + firstFragment(file)->getLength());
-}
-
-D2FrameInfo mrSmallFrame()
-{
-    D2FrameInfo frame;
-    frame.columns = 64;
-    frame.rows = 64;
-    frame.samplesPerPixel = 1;
-    frame.bytesPerSample = 2;
-    frame.storedBits = 16;
-    frame.isSigned = true;
-    return frame;
+    const OFCondition cond = file.getDataset()->chooseRepresentation(EXS_LittleEndianExplicit, NULL);
+    return cond.good() ? "decoded" : cond.text();
 }
 
 } // namespace
 
-TEST(D2Corrupt, TruncatedCodestreamsFail)
-{
-    const std::vector<Uint8> codestream = codestreamOf("MR_small_jp2klossless.dcm");
-    ASSERT_GT(codestream.size(), 1000u);
-    const D2CodecParameter cp;
-    D2CodestreamDecoder decoder(cp);
-    const D2FrameInfo frame = mrSmallFrame();
-    std::vector<Uint8> buffer(frame.frameSize());
-
-    ASSERT_TRUE(decoder.decode(codestream.data(), codestream.size(), frame, buffer.data(), buffer.size()).good());
-    for (size_t length = 0; length < codestream.size() - 2; length += (length < 300 ? 1 : 37))
-    {
-        // a copy of exactly that length, so that reading past it is caught
-        std::vector<Uint8> truncated(codestream.begin(), codestream.begin() + length);
-        const OFCondition cond = decoder.decode(truncated.data(), truncated.size(), frame, buffer.data(), buffer.size());
-        EXPECT_TRUE(cond.bad()) << "length " << length;
-        if (cond.bad())
-        {
-            EXPECT_EQ(0u, std::string(cond.text()).find("JPEG 2000 decoding failed: ")) << cond.text();
-        }
-    }
-}
-
-TEST(D2Corrupt, ObjectsWithDamagedPixelDataGiveAClearError)
+TEST(D2Corrupt, DamagedObjectsGiveAClearErrorAndKeepTheirPixelData)
 {
     CodecRegistry registry;
-    DcmFileFormat file;
-    ASSERT_TRUE(file.loadFile(fixtures::corpusFile("JPEG2000-embedded-sequence-delimiter.dcm").c_str()).good());
-    OFCondition cond = file.getDataset()->chooseRepresentation(EXS_LittleEndianExplicit, NULL);
-    ASSERT_TRUE(cond.bad());
-    EXPECT_EQ(0u, std::string(cond.text()).find("JPEG 2000 decoding failed: ")) << cond.text();
+    const std::string failed = "JPEG 2000 decoding failed: ";
+    const std::string delimited = fixtures::corpusFile("JPEG2000-embedded-sequence-delimiter.dcm");
+    std::unique_ptr<DcmFileFormat> delimiter = codectest::load(delimited);
+    ASSERT_NE(nullptr, delimiter);
+    EXPECT_EQ(0u, decodeError(*delimiter).find(failed)) << decodeError(*delimiter);
 
-    const std::vector<Uint8> good = codestreamOf("MR_small_jp2klossless.dcm");
-    struct Case
+    // truncated codestreams: copies of exactly that length, so that reading past them is caught
+    std::unique_ptr<DcmFileFormat> object = codectest::load(fixtures::corpusFile("MR_small_jp2klossless.dcm"));
+    DcmPixelItem* item = object ? codectest::fragment(*object) : NULL;
+    Uint8* data = NULL;
+    ASSERT_TRUE(item && item->getUint8Array(data).good() && item->getLength() > 1000);
+    const std::vector<Uint8> codestream(data, data + item->getLength());
+    for (size_t length = 0; length + 2 < codestream.size(); length += (length < 300 ? 1 : 37))
     {
-        const char* name;
-        std::vector<Uint8> codestream;
-        const char* message;
-    };
-    const Case cases[] = {
-        {"truncated", std::vector<Uint8>(good.begin(), good.begin() + good.size() / 2), "JPEG 2000 decoding failed: "},
-        {"not JPEG 2000", std::vector<Uint8>({0xFF, 0xD8, 0xFF, 0xE0, 0, 0x10, 'J', 'F', 'I', 'F'}),
-         "JPEG 2000 decoding failed: no JPEG 2000 codestream at start of frame"},
-        {"empty", std::vector<Uint8>(), "JPEG 2000 decoding failed: "},
-    };
-    for (const Case& c : cases)
-    {
-        SCOPED_TRACE(c.name);
-        DcmFileFormat object;
-        ASSERT_TRUE(object.loadFile(fixtures::corpusFile("MR_small_jp2klossless.dcm").c_str()).good());
-        ASSERT_TRUE(firstFragment(object)->putUint8Array(c.codestream.data(), Uint32(c.codestream.size())).good());
-        cond = object.getDataset()->chooseRepresentation(EXS_LittleEndianExplicit, NULL);
-        ASSERT_TRUE(cond.bad());
-        EXPECT_EQ(0u, std::string(cond.text()).find(c.message)) << cond.text();
-        // the object still holds its compressed pixel data
-        EXPECT_TRUE(object.getDataset()->canWriteXfer(EXS_JPEG2000LosslessOnly));
+        ASSERT_TRUE(item->putUint8Array(codestream.data(), Uint32(length)).good());
+        EXPECT_EQ(0u, decodeError(*object).find(failed)) << length << ": " << decodeError(*object);
+        EXPECT_TRUE(object->getDataset()->canWriteXfer(EXS_JPEG2000LosslessOnly));
     }
-}
 
-TEST(D2Corrupt, HeaderAndCodestreamMustAgree)
-{
-    CodecRegistry registry;
-    struct Case
+    const std::string mismatch = "Image data mismatch between DICOM header and JPEG 2000 codestream";
+    const struct
     {
-        const char* name;
         DcmTagKey key;
         Uint16 value;
+        std::string message;
+    } cases[] = {
+        {DCM_Rows, 64, failed + "no JPEG 2000 codestream at start of frame"}, // a JFIF stream
+        {DCM_Rows, 65, mismatch},
+        {DCM_Columns, 32, mismatch},
+        {DCM_SamplesPerPixel, 3, mismatch},
+        {DCM_BitsAllocated, 8, mismatch},
     };
-    const Case cases[] = {
-        {"rows", DCM_Rows, 65},
-        {"columns", DCM_Columns, 32},
-        {"samples", DCM_SamplesPerPixel, 3},
-        {"bits allocated", DCM_BitsAllocated, 8},
-    };
-    for (const Case& c : cases)
+    for (const auto& c : cases)
     {
-        SCOPED_TRACE(c.name);
-        DcmFileFormat object;
-        ASSERT_TRUE(object.loadFile(fixtures::corpusFile("MR_small_jp2klossless.dcm").c_str()).good());
-        object.getDataset()->putAndInsertUint16(c.key, c.value);
+        SCOPED_TRACE(c.key.toString().c_str());
+        object = codectest::load(fixtures::corpusFile("MR_small_jp2klossless.dcm"));
+        ASSERT_TRUE(object && codectest::fragment(*object));
+        const Uint8 jfif[] = {0xFF, 0xD8, 0xFF, 0xE0, 0, 0x10, 'J', 'F', 'I', 'F'};
+        if (c.value == 64)
+            codectest::fragment(*object)->putUint8Array(jfif, sizeof(jfif));
+        object->getDataset()->putAndInsertUint16(c.key, c.value);
         if (c.key == DCM_BitsAllocated)
-            object.getDataset()->putAndInsertUint16(DCM_BitsStored, 8);
-        const OFCondition cond = object.getDataset()->chooseRepresentation(EXS_LittleEndianExplicit, NULL);
-        ASSERT_TRUE(cond.bad());
-        EXPECT_EQ(0u, std::string(cond.text()).find("Image data mismatch between DICOM header and JPEG 2000 codestream"))
-            << cond.text();
+            object->getDataset()->putAndInsertUint16(DCM_BitsStored, 8);
+        EXPECT_EQ(0u, decodeError(*object).find(c.message)) << decodeError(*object);
+        EXPECT_TRUE(object->getDataset()->canWriteXfer(EXS_JPEG2000LosslessOnly));
     }
 }
 
-TEST(D2Corrupt, WithoutTheLibraryTheCodecsRefuse)
+TEST(D2Corrupt, RegisteredParametersAndTheLibraryState)
 {
-    // registered codecs, but the library ended: a clear error, not a crash
     CodecRegistry registry;
+    // a decoder told to refuse JP2 file headers does so
+    std::unique_ptr<DcmFileFormat> jp2 = codectest::load(fixtures::corpusFile("GDCMJ2K_TextGBR.dcm"));
+    ASSERT_NE(nullptr, jp2);
+    O2DecoderRegistration::cleanup();
+    O2DecoderRegistration::registerCodecs(EJ2KUC_default, EJ2KPC_restore, 0, 0, true, false);
+    EXPECT_EQ("JPEG 2000 decoding failed: codestream wrapped in a JP2 file header", decodeError(*jp2));
+
+    // registered codecs, but the library ended: a clear error, not a crash
     D2JPEG2000Library::cleanup();
-    DcmFileFormat object;
-    ASSERT_TRUE(object.loadFile(fixtures::corpusFile("MR_small_jp2klossless.dcm").c_str()).good());
-    const OFCondition cond = object.getDataset()->chooseRepresentation(EXS_LittleEndianExplicit, NULL);
-    EXPECT_TRUE(cond.bad());
-    EXPECT_STREQ("JPEG 2000 library not initialized", cond.text());
+    std::unique_ptr<DcmFileFormat> object = codectest::load(fixtures::corpusFile("MR_small_jp2klossless.dcm"));
+    ASSERT_NE(nullptr, object);
+    EXPECT_EQ("JPEG 2000 library not initialized", decodeError(*object));
     ASSERT_TRUE(D2JPEG2000Library::initialize().good());
-    EXPECT_TRUE(object.getDataset()->chooseRepresentation(EXS_LittleEndianExplicit, NULL).good());
+    EXPECT_EQ("decoded", decodeError(*object));
 }

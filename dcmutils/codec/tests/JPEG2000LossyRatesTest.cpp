@@ -5,45 +5,15 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <ctime>
 #include <string>
 
-namespace {
-
-// Gives the file a modification time of its own, so that a rewrite within one second still
-// counts as a change (or, with the same time, does not).
-void setModificationTime(const std::string& path, time_t when)
-{
-    struct timespec times[2];
-    times[0].tv_sec = when;
-    times[0].tv_nsec = 0;
-    times[1] = times[0];
-    ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0));
-}
-
-std::string printed(JPEG2000LossyRates& rates)
-{
-    testing::internal::CaptureStdout();
-    rates.print();
-    fflush(stdout);
-    return testing::internal::GetCapturedStdout();
-}
-
-
-} // namespace
-
 TEST(JPEG2000LossyRates, ReadsTheDocumentedLineFormatOnly)
 {
-    struct Case
-    {
-        std::string content;
-        std::vector<std::pair<std::string, double>> rates;
-    };
-    const Case cases[] = {
+    // file content, rates expected by modality
+    const std::pair<std::string, std::vector<std::pair<std::string, double>>> cases[] = {
         {"# per-modality JPEG 2000 rates\n\n   \t\n"
          "Default=\"0.12\"\n"
          "CT = \"0.2\"\n"  // blanks around '=': ignored
@@ -64,28 +34,15 @@ TEST(JPEG2000LossyRates, ReadsTheDocumentedLineFormatOnly)
         {std::string(300, 'K') + "=\"0.5\"\nCT=\"0.3\"\n" + std::string(255, 'x') + "MR=\"0.4\"\n",
          {{"CT", 0.3}, {std::string(45, 'K'), 0.5}, {"MR", 0.4}}},
     };
-    for (const Case& c : cases)
+    for (const auto& c : cases)
     {
         fixtures::TempDir dir;
         const std::string path = dir.file("rates.conf");
-        ASSERT_TRUE(fixtures::writeFile(path, c.content));
+        ASSERT_TRUE(fixtures::writeFile(path, c.first));
         JPEG2000LossyRates rates(path.c_str());
-        for (const auto& r : c.rates)
+        for (const auto& r : c.second)
             EXPECT_DOUBLE_EQ(r.second, rates.getRateForModality(r.first)) << "[" << r.first << "]";
     }
-
-    fixtures::TempDir dir;
-    const std::string path = dir.file("jpeg2000lossy.conf");
-    ASSERT_TRUE(fixtures::writeFile(path, "Default=\"0.12\"\nCR=\"1\"\nNM =\"0.35\"\n"));
-    JPEG2000LossyRates rates(path.c_str());
-    rates.checkAndLoadConfigFile();
-    struct stat st;
-    ASSERT_EQ(0, stat(path.c_str(), &st));
-    EXPECT_EQ("========= JPEG2000LossyRates - " + path + "[" + std::to_string((unsigned long)st.st_mtime) +
-                  "] ===========\n"
-                  "--------- Default: 0.120000;        Factory Default: 0.100000\n"
-                  "'CR' = '1.000000'\n'Default' = '0.120000'\n'NM ' = '0.350000'\n",
-              printed(rates));
 }
 
 TEST(JPEG2000LossyRates, ReloadsOnANewModificationTimeAndForgetsADeletedFile)
@@ -93,38 +50,38 @@ TEST(JPEG2000LossyRates, ReloadsOnANewModificationTimeAndForgetsADeletedFile)
     fixtures::TempDir dir;
     const std::string path = dir.file("jpeg2000lossy.conf");
     const time_t base = time(NULL) - 1000;
-    ASSERT_TRUE(fixtures::writeFile(path, "Default=\"0.2\"\nCT=\"0.05\"\nMR=\"0.08\"\n"));
-    setModificationTime(path, base);
     JPEG2000LossyRates rates(path.c_str());
-    EXPECT_DOUBLE_EQ(0.05, rates.getRateForModality("CT"));
-    EXPECT_DOUBLE_EQ(0.08, rates.getRateForModality("MR"));
-    EXPECT_DOUBLE_EQ(0.2, rates.getRateForModality("US"));
-
-    // new content, same modification time: not read again
-    ASSERT_TRUE(fixtures::writeFile(path, "CT=\"0.5\"\n"));
-    setModificationTime(path, base);
-    EXPECT_DOUBLE_EQ(0.05, rates.getRateForModality("CT"));
-
-    // touched: read again from scratch (the default goes back to the factory's)
-    setModificationTime(path, base + 10);
-    EXPECT_DOUBLE_EQ(0.5, rates.getRateForModality("CT"));
-    EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality("MR"));
-    EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality("US"));
-
-    // deleted after a load: the factory default for all
-    ASSERT_TRUE(fixtures::writeFile(path, "Default=\"0.3\"\nCT=\"0.25\"\n"));
-    setModificationTime(path, base + 20);
-    EXPECT_DOUBLE_EQ(0.25, rates.getRateForModality("CT"));
-    ASSERT_EQ(0, unlink(path.c_str()));
-    EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality("CT"));
-    EXPECT_DOUBLE_EQ(0.1, rates.getRateForModality("US"));
-    EXPECT_EQ("========= JPEG2000LossyRates - " + path + "[0] ===========\n"
-              "--------- Default: 0.100000;        Factory Default: 0.100000\n"
-              "[EMPTY MAP]",
-              printed(rates));
-
-    // and it comes back
-    ASSERT_TRUE(fixtures::writeFile(path, "CT=\"0.15\"\n"));
-    setModificationTime(path, base + 30);
-    EXPECT_DOUBLE_EQ(0.15, rates.getRateForModality("CT"));
+    // content written (none: deleted) with a modification time, the rates for CT, MR, US, the map printed
+    const struct
+    {
+        const char* content;
+        int time;
+        double ct, mr, us;
+        const char* printed;
+    } steps[] = {
+        {"Default=\"0.2\"\nCT=\"0.05\"\nMR=\"0.08\"\n", 0, 0.05, 0.08, 0.2, nullptr},
+        {"CT=\"0.5\"\n", 0, 0.05, 0.08, 0.2, nullptr}, // new content, same time: not read again
+        {"CT=\"0.5\"\n", 10, 0.5, 0.1, 0.1, nullptr},  // touched: read again from scratch
+        {"Default=\"0.3\"\nCT=\"0.25\"\n", 20, 0.25, 0.3, 0.3,
+         "--------- Default: 0.300000;        Factory Default: 0.100000\n'CT' = '0.250000'\n'Default' = '0.300000'\n"},
+        // deleted after a load: the factory default for all
+        {nullptr, 0, 0.1, 0.1, 0.1, "--------- Default: 0.100000;        Factory Default: 0.100000\n[EMPTY MAP]"},
+        {"CT=\"0.15\"\n", 30, 0.15, 0.1, 0.1, nullptr}, // and it comes back
+    };
+    for (const auto& step : steps)
+    {
+        SCOPED_TRACE(&step - steps);
+        // a modification time of the file's own: a rewrite within one second can count as a change
+        const struct timespec times[2] = {{base + step.time, 0}, {base + step.time, 0}};
+        ASSERT_TRUE(step.content ? fixtures::writeFile(path, step.content) &&
+                                       utimensat(AT_FDCWD, path.c_str(), times, 0) == 0
+                                 : unlink(path.c_str()) == 0);
+        EXPECT_DOUBLE_EQ(step.ct, rates.getRateForModality("CT"));
+        EXPECT_DOUBLE_EQ(step.mr, rates.getRateForModality("MR"));
+        EXPECT_DOUBLE_EQ(step.us, rates.getRateForModality("US"));
+        const std::string time = std::to_string(step.content ? (unsigned long)(base + step.time) : 0ul);
+        const std::string out = fixtures::capture([&] { rates.print(); fflush(stdout); }).out;
+        const std::string header = "========= JPEG2000LossyRates - " + path + "[" + time + "] ===========\n";
+        EXPECT_TRUE(!step.printed || out == header + step.printed) << out;
+    }
 }
