@@ -1,12 +1,7 @@
 #!/usr/bin/env bash
-# Two hosts on this machine for the archive script: network namespaces kqA and kqB joined by a
-# veth pair, an OpenSSH server in kqB with keys made for the run, and scripts/apply-archive.sh
-# started in kqA with one job slot here and one on kqB. The studies are on a path both see.
-#
-#   two_hosts.sh <applyChanges> <apply-archive.sh> <manifest> <work directory>
-#
-# Exit status: the archive script's; 77 when this machine cannot make the hosts (not root, no
-# network namespaces, no sshd); the joblog is <work directory>/joblog.
+# two_hosts.sh <applyChanges> <apply-archive.sh> <manifest> <work directory>: runs the archive
+# script in network namespace A with one job slot there and one over ssh in namespace B (veth pair,
+# sshd with keys made for the run). Exit status: the script's; 77 when the hosts cannot be made.
 set -uo pipefail
 program=$1 script=$2 manifest=$3 work=$4
 skip() { echo "two hosts not possible here: $*" >&2; exit 77; }

@@ -1,7 +1,4 @@
-// Conditions of the file system that an archive meets: a study directory the program may not
-// write (run as an unprivileged user), names and paths longer than the system allows, and a
-// study directory that is moved or removed while the walk is under way. Each ends with the
-// driver's exact messages and exit status 1, and leaves the objects intact.
+// Unwritable, overlong and vanishing study directories: exact messages, exit 1, objects intact.
 #include "tests/reliability/ReliabilitySupport.h"
 
 #include <limits.h>
@@ -11,7 +8,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <functional>
 
 using namespace reliability;
 
@@ -20,24 +16,17 @@ namespace {
 // A small study in root/study with its KqR file beside it.
 struct SmallStudy
 {
-    explicit SmallStudy(const TempDir& root, int objects = 3) : dir(root.file("study")), kqr(root.file("KqR.edit"))
+    explicit SmallStudy(const TempDir& root, int objects = 3)
+        : dir(root.file("study")), kqr(root.file("KqR.edit")), ok(buildStudy({1, objects, 16}, dir, kqr, study)),
+          order(study.walkOrder(dir))
     {
-        StudyBuild build;
-        build.series = 1;
-        build.instancesPerSeries = objects;
-        build.rows = 16;
-        ok = buildStudy(build, dir, kqr, study);
-        order = study.walkOrder(dir);
     }
-    bool allOriginal(const std::string& where = "") const
-    {
-        return study.checkAll(where.empty() ? dir : where).original == int(study.objects().size());
-    }
+    bool allOriginal() const { return study.checkAll(dir).original == int(study.objects().size()); }
     std::string dir;
     std::string kqr;
     Study study;
+    bool ok;
     std::vector<std::string> order;
-    bool ok = false;
 };
 
 // Waits until every thread of a process has stopped (a stop signal takes effect asynchronously).
@@ -83,46 +72,40 @@ TEST(ClearErrors, StudyDirectoryThatMayNotBeWritten)
     // the objects may be written by the user (a read-only object is refused before any of this)
     for (const std::string& name : s.order)
         ASSERT_EQ(0, chmod((dir + "/" + name).c_str(), 0666));
+    // modes of the study directory, .tmp (0: none made), the first object and the KqR file
     struct Case
     {
         const char* what;
-        std::function<void()> setUp;
+        mode_t dirMode, tmpMode, firstMode, kqrMode;
         bool oneObject;
         std::string err; // PID stands for the process id
     };
     const Case cases[] = {
-        {"no .tmp, and none can be made", [&] { chmod(dir.c_str(), 0555); }, false,
+        {"no .tmp, and none can be made", 0555, 0, 0666, 0644, false,
          "Temporary directory could not be created: " + tmp + "\n"},
-        {".tmp exists but may not be written: the temporary file cannot be created",
-         [&] {
-             chmod(dir.c_str(), 0755);
-             mkdir(tmp.c_str(), 0755);
-             chmod(dir.c_str(), 0555);
-         },
-         false, "Error saving to temp file " + tmp + "/.applychangesPID." + s.order[0] + " [Permission denied]\n" +
-                    failedLine(first)},
-        {".tmp may be written, the study directory not: the verified file cannot be moved into place",
-         [&] { chmod(tmp.c_str(), 0777); }, false,
+        {".tmp may not be written: no temporary file", 0555, 0755, 0666, 0644, false,
+         "Error saving to temp file " + tmp + "/.applychangesPID." + s.order[0] + " [Permission denied]\n" +
+             failedLine(first)},
+        {"the study directory may not be written: no replacement", 0555, 0777, 0666, 0644, false,
          "Error moving modified file to it's final place for " + first + "\n" + failedLine(first)},
-        {"an object that may not be read",
-         [&] {
-             chmod(dir.c_str(), 0777);
-             chmod(first.c_str(), 0000);
-         },
-         true, "Error loading " + first + " [Permission denied]\n" + failedLine(first)},
-        {"a KqR file that may not be read", [&] { chmod(s.kqr.c_str(), 0600); }, false,
-         "Error loading KqR file " + s.kqr + "\n"},
+        {"an object that may not be read", 0777, 0777, 0000, 0644, true,
+         "Error loading " + first + " [Permission denied]\n" + failedLine(first)},
+        {"a KqR file that may not be read", 0777, 0777, 0666, 0600, false, "Error loading KqR file " + s.kqr + "\n"},
     };
     for (const Case& c : cases)
     {
         SCOPED_TRACE(c.what);
-        c.setUp();
+        chmod(dir.c_str(), 0755);
+        if (c.tmpMode)
+            mkdir(tmp.c_str(), 0755);
+        chmod(tmp.c_str(), c.tmpMode); // nothing without .tmp
+        chmod(dir.c_str(), c.dirMode);
+        chmod(first.c_str(), c.firstMode);
+        chmod(s.kqr.c_str(), c.kqrMode);
         Launched run;
         ASSERT_TRUE(run.start({program("applyChanges"), "-p", s.kqr, c.oneObject ? "-o" : "-d", c.oneObject ? first : dir},
                               user));
-        const Outcome outcome = run.wait();
-        EXPECT_TRUE(outcome.exited && outcome.status == 1) << outcome.describe();
-        EXPECT_EQ(replaced(c.err, "PID", std::to_string(run.pid())), outcome.err);
+        EXPECT_TRUE(failsWith(run.wait(), replaced(c.err, "PID", std::to_string(run.pid()))));
         chmod(first.c_str(), 0666);
         EXPECT_TRUE(s.allOriginal());
         EXPECT_TRUE(listDir(tmp).empty());
@@ -135,21 +118,16 @@ TEST(ClearErrors, NamesLongerThanTheSystemAllows)
     SmallStudy s(root);
     ASSERT_TRUE(s.ok);
     const std::string dir = s.dir, object = s.study.objects()[0].original;
-
     // a name longer than NAME_MAX
     const std::string tooLong = dir + "/" + std::string(NAME_MAX + 1, 'n');
-    Outcome outcome = applyChanges({"-p", s.kqr, "-o", tooLong});
-    EXPECT_TRUE(outcome.exited && outcome.status == 1) << outcome.describe();
-    EXPECT_EQ("Error loading " + tooLong + " [File name too long]\n" + failedLine(tooLong), outcome.err);
-
-    // objects whose names fit, but not with the temporary file's prefix and process id: shortened
-    // temporary names, unique although the names differ only at their end; every object edited
+    EXPECT_TRUE(failsWith(applyChanges({"-p", s.kqr, "-o", tooLong}),
+                          "Error loading " + tooLong + " [File name too long]\n" + failedLine(tooLong)));
+    // names that fit, but not with the temporary prefix: shortened temporary names, still unique
     const std::string longDir = root.file("long");
     ASSERT_EQ(0, mkdir(longDir.c_str(), 0755));
     for (char last : {'1', '2'})
         ASSERT_TRUE(writeFile(longDir + "/" + std::string(NAME_MAX - 10, 'o') + last, object));
-    outcome = applyChanges({"-p", s.kqr, "-d", longDir});
-    EXPECT_TRUE(outcome.exited && outcome.status == 0) << outcome.describe();
+    EXPECT_TRUE(succeeds(applyChanges({"-p", s.kqr, "-d", longDir})));
     for (char last : {'1', '2'})
         EXPECT_NE(std::string::npos, readFile(longDir + "/" + std::string(NAME_MAX - 10, 'o') + last).find("Edited^Patient"));
     EXPECT_TRUE(listDir(longDir + "/.tmp").empty());
@@ -163,8 +141,7 @@ TEST(ClearErrors, StudyDirectoryVanishingDuringTheWalk)
         SCOPED_TRACE(variant == 0 ? "moved away" : variant == 1 ? ".tmp removed" : "removed");
         for (int attempt = 0; attempt < 3; ++attempt)
         {
-            // a study with one large object (16 MB of pixel data) whose loading takes long enough
-            // to stop the program while it reads it; it lies inside the walk order, not first or last
+            // a large object (16 MB) whose load is long enough to stop the program in; not first or last
             TempDir root;
             SmallStudy s(root, 6);
             ASSERT_TRUE(s.ok);
@@ -188,7 +165,6 @@ TEST(ClearErrors, StudyDirectoryVanishingDuringTheWalk)
             const std::vector<std::string> order = s.study.walkOrder(s.dir);
             ASSERT_NE(large, order.front());
             ASSERT_NE(large, order.back());
-
             // stopped while it loads the large object; the file system changes; continued
             DirectoryWatch watch;
             ASSERT_TRUE(watch.add(s.dir, IN_OPEN));
@@ -203,7 +179,7 @@ TEST(ClearErrors, StudyDirectoryVanishingDuringTheWalk)
                     stopped = waitUntilStopped(run.pid());
                 }
             // the temporary file of the large object exists only once its load is over
-            if (!stopped || fileExists(s.dir + "/.tmp/.applychanges" + std::to_string(run.pid()) + "." + large))
+            if (!stopped || fileExists(s.dir + "/.tmp/" + tempName(run.pid(), large)))
                 continue;
             const std::string moved = s.dir + ".moved";
             if (variant == 0)
@@ -213,28 +189,24 @@ TEST(ClearErrors, StudyDirectoryVanishingDuringTheWalk)
             run.kill(SIGCONT);
             const Outcome outcome = run.wait();
             ++variants;
-            // Objects are read, written and renamed through the directories opened at the start:
-            // a directory moved away keeps the run going, and every object is edited where it
-            // went. With .tmp or the whole directory gone, the temporary files of the objects
-            // verified before (renamed in batches) went with it: the first of them fails, and the
-            // run ends there, every object whole and as it was.
+            // The run works through the directories it opened: moved away, every object is edited where
+            // it went; with .tmp or the directory gone, the first object's replacement fails.
             const std::string firstPath = s.dir + "/" + order[0];
             EXPECT_FALSE(fileExists(variant == 1 ? s.dir + "/.tmp" : s.dir));
             if (variant == 0)
             {
-                EXPECT_TRUE(outcome.exited && outcome.status == 0) << outcome.describe();
+                EXPECT_TRUE(succeeds(outcome));
                 EXPECT_EQ(int(order.size()), s.study.checkAll(moved).edited);
                 EXPECT_TRUE(listDir(moved + "/.tmp").empty());
             }
             else
             {
-                // with the whole directory gone, the objects went too: a deleted object is never
-                // brought back
-                EXPECT_EQ((variant == 1 ? "Error moving modified file to it's final place for " + firstPath
-                                        : "Refusing to edit " + firstPath +
-                                              ": it changed during the edit (another process deleted it)") +
-                              "\n" + failedLine(firstPath),
-                          outcome.err);
+                // a deleted object is never brought back
+                const std::string cause = variant == 1 ? "Error moving modified file to it's final place for "
+                                                       : "Refusing to edit ";
+                EXPECT_TRUE(failsWith(outcome, cause + firstPath + (variant == 1 ? "" : ": it changed during the edit "
+                                                                    "(another process deleted it)") + "\n" +
+                                                   failedLine(firstPath)));
                 EXPECT_TRUE(variant == 2 || s.allOriginal());
             }
             break;

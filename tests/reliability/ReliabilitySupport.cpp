@@ -7,14 +7,12 @@
 #include "dcmtk/dcmdata/dctk.h"
 #include "dcmtk/oflog/oflog.h"
 
+#include <dirent.h>
 #include <poll.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <sstream>
-
-#include <dirent.h>
 #include <cstdio>
 #include <cstdlib>
 
@@ -92,16 +90,64 @@ bool straceWorks()
     return works;
 }
 
-bool startHeld(Launched& run, const std::string& syscall, int n, int delayMs, const std::vector<std::string>& args,
-               const LaunchOptions& options)
+::testing::AssertionResult succeeds(const Outcome& outcome)
+{
+    if (outcome.exited && outcome.status == 0)
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << outcome.describe();
+}
+
+::testing::AssertionResult failsWith(const Outcome& outcome, const std::string& err, int status)
+{
+    if (outcome.exited && outcome.status == status && outcome.err == err)
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << outcome.describe() << "\nexpected exit " << status << " and:\n" << err;
+}
+
+std::string writeNameKqR(const std::string& path, const std::string& patientName)
+{
+    KqRWriter writer;
+    writer.setStudyAttribute(DCM_PatientName, patientName.c_str());
+    return writer.save(path.c_str()).good() ? path : "";
+}
+
+PlainStudy::PlainStudy(const TempDir& root, int perSeries, const std::string& patientName, int series)
+    : dir(root.file("study")), kqr(writeNameKqR(root.file("edit.kqr"), patientName)), name(patientName)
+{
+    mkdir(dir.c_str(), 0755);
+    ObjectSpec spec;
+    spec.rows = spec.columns = 4;
+    writeStudy(dir, series, perSeries, spec);
+    order = listDir(dir, false);
+}
+
+int PlainStudy::mismatches(size_t at) const
+{
+    int wrong = 0;
+    for (size_t i = 0; i < order.size(); ++i)
+        wrong += edited(i) != (i < at);
+    return wrong;
+}
+
+std::vector<std::string> straced(const std::string& syscall, const std::string& fault, int n,
+                                 const std::vector<std::string>& args)
 {
     std::vector<std::string> argv{"/usr/bin/env", "ASAN_OPTIONS=detect_leaks=0:abort_on_error=1", "/usr/bin/strace",
                                   "-f", "-qq", "-o", "/dev/null", "-e", "trace=" + syscall, "-e",
-                                  "inject=" + syscall + ":delay_enter=" + std::to_string(delayMs * 1000) +
-                                      ":when=" + std::to_string(n),
+                                  "inject=" + syscall + ":" + fault + ":when=" + std::to_string(n),
                                   program("applyChanges")};
     argv.insert(argv.end(), args.begin(), args.end());
-    return run.start(argv, options);
+    return argv;
+}
+
+bool startHeld(Launched& run, const std::string& syscall, const std::vector<std::string>& args,
+               const std::string& watched, unsigned int mask, const std::string& suffix, int events)
+{
+    DirectoryWatch watch;
+    bool ok = watch.add(watched, mask) && run.start(straced(syscall, "delay_enter=1500000", 1, args));
+    for (int i = 0; i < events; ++i)
+        ok = ok && waitForName(watch, suffix);
+    return ok;
 }
 
 pid_t heldProgram(const Launched& run)
@@ -123,10 +169,10 @@ pid_t heldProgram(const Launched& run)
     return found;
 }
 
-bool waitForName(DirectoryWatch& watch, const std::string& suffix, int timeoutMs)
+bool waitForName(DirectoryWatch& watch, const std::string& suffix)
 {
     std::string name;
-    for (int waited = 0; waited < timeoutMs; waited += 10)
+    for (int waited = 0; waited < 20000; waited += 10)
         while (watch.next(10, name))
             if (name.size() >= suffix.size() && name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0)
                 return true;
@@ -257,9 +303,7 @@ ObjectState Study::check(const std::string& directory, size_t index, std::string
         DcmElement* element = nullptr;
         ds.findAndGetElement(edit.first, element, OFFalse);
         const std::string now = element ? valueOf(element) : "<missing>";
-        std::ostringstream text;
-        text << object.name << ": " << edit.first << " is [" << now << "], expected [" << edit.second << "]";
-        why = text.str();
+        why = object.name + ": " + edit.first.toString().c_str() + " is [" + now + "], expected [" + edit.second + "]";
         if (now != edit.second)
             return OBJECT_DAMAGED;
     }
@@ -273,12 +317,11 @@ Tally Study::checkAll(const std::string& directory) const
     for (size_t i = 0; i < m_objects.size(); ++i)
     {
         std::string why;
-        switch (check(directory, i, why))
-        {
-        case OBJECT_ORIGINAL: ++tally.original; break;
-        case OBJECT_EDITED: ++tally.edited; break;
-        case OBJECT_DAMAGED: tally.problems.push_back(why); break;
-        }
+        const ObjectState state = check(directory, i, why);
+        tally.original += state == OBJECT_ORIGINAL;
+        tally.edited += state == OBJECT_EDITED;
+        if (state == OBJECT_DAMAGED)
+            tally.problems.push_back(why);
     }
     return tally;
 }
@@ -292,14 +335,6 @@ bool buildStudy(const StudyBuild& build, const std::string& directory, const std
     writer.setStudyAttribute(DCM_PatientName, "Edited^Patient");
     writer.setStudyAttribute(DCM_PatientID, "KQ-EDITED");
     writer.setStudyAttribute(DCM_StudyDescription, "Soft edited study");
-    // letters that do not compress away in a deflated object
-    std::string comment(build.commentLength, ' ');
-    unsigned int state = 12345u;
-    for (char& c : comment)
-        c = char('a' + ((state = state * 1103515245u + 12345u) >> 16) % 26);
-    if (!comment.empty())
-        writer.setStudyAttribute(DCM_ImageComments, comment.c_str());
-
     ObjectSpec spec;
     spec.columns = 128;
     int n = 0;

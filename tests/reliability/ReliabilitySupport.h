@@ -1,6 +1,4 @@
-// Support of the reliability tests: applyChanges under controlled conditions, inotify watches on
-// its directories, and studies whose every object can be classified as untouched, completely
-// edited or damaged.
+// Reliability test support: applyChanges runs, inotify watches, studies checked object by object.
 #ifndef RELIABILITYSUPPORT_H
 #define RELIABILITYSUPPORT_H
 
@@ -16,8 +14,7 @@ namespace reliability {
 
 using namespace fixtures;
 
-// Repetitions of a randomised trial: half of them under the sanitizers, whose run is there for
-// memory errors and is several times slower.
+// Repetitions of a randomised trial: half of them under the (slower) sanitizers.
 inline int trials(int count)
 {
 #if defined(__SANITIZE_ADDRESS__)
@@ -37,8 +34,35 @@ inline std::string failedLine(const std::string& path)
     return "Applying soft edit changes to object failed: " + path + "\n";
 }
 
-// inotify over directories.
-class DirectoryWatch
+// Name of the temporary file of object `name` written by process pid.
+inline std::string tempName(pid_t pid, const std::string& name)
+{
+    return ".applychanges" + std::to_string(pid) + "." + name;
+}
+
+// Exit status 0; exit status `status` with exactly that standard error.
+::testing::AssertionResult succeeds(const Outcome& outcome);
+::testing::AssertionResult failsWith(const Outcome& outcome, const std::string& err, int status = 1);
+
+// A KqR file setting the patient's name at study level: its path, empty when it cannot be written.
+std::string writeNameKqR(const std::string& path, const std::string& patientName);
+
+// series x perSeries small objects (4 x 4) in root/study, and root/edit.kqr renaming the patient.
+struct PlainStudy
+{
+    PlainStudy(const TempDir& root, int perSeries, const std::string& patientName, int series = 1);
+    std::string path(size_t index) const { return dir + "/" + order[index]; }
+    bool edited(size_t index) const { return attribute(path(index), DCM_PatientName) == name; }
+    // How many objects are not "edited before index at, original from there on".
+    int mismatches(size_t at) const;
+
+    std::string dir;
+    std::string kqr;
+    std::string name;
+    std::vector<std::string> order; // walk order
+};
+
+class DirectoryWatch // inotify over directories
 {
 public:
     DirectoryWatch();
@@ -59,19 +83,23 @@ private:
 // True when strace can trace a program here.
 bool straceWorks();
 
-// Starts applyChanges under strace, the entry of the n-th call of syscall (by any thread) delayed
-// by delayMs: the run is held at a known point while the test acts (LeakSanitizer cannot work
-// under a tracer and is off there).
-bool startHeld(Launched& run, const std::string& syscall, int n, int delayMs, const std::vector<std::string>& args,
-               const LaunchOptions& options = LaunchOptions());
+// applyChanges under strace with a fault injected at the n-th call of syscall (by any thread);
+// LeakSanitizer cannot work under a tracer and is off there.
+std::vector<std::string> straced(const std::string& syscall, const std::string& fault, int n,
+                                 const std::vector<std::string>& args);
+
+// Starts applyChanges with its first call of syscall delayed 1.5 s by strace, and waits for `events`
+// events (of mask, in directory watched) on a name ending in suffix: the run is held there while the test acts.
+bool startHeld(Launched& run, const std::string& syscall, const std::vector<std::string>& args,
+               const std::string& watched, unsigned int mask, const std::string& suffix, int events = 1);
 
 // The process of applyChanges in a run started by startHeld (strace's child), 0 when not found.
 pid_t heldProgram(const Launched& run);
 
-// Waits (up to timeoutMs) for an event of the watch on a name ending in suffix.
-bool waitForName(DirectoryWatch& watch, const std::string& suffix, int timeoutMs = 20000);
+// Waits (up to 20 s) for an event of the watch on a name ending in suffix.
+bool waitForName(DirectoryWatch& watch, const std::string& suffix);
 
-// What an object on disk is compared with its original and the edit the KqR file describes.
+// An object on disk compared with its original and the edit the KqR file describes.
 enum ObjectState
 {
     OBJECT_ORIGINAL, // byte-identical to the original
@@ -83,11 +111,9 @@ struct StudyObject
 {
     std::string name;
     std::string original;
-    std::string transferSyntax; // UID of the transfer syntax the dataset is read in
-    // attributes the edit sets, with their values in DCMTK's string form
-    std::map<DcmTagKey, std::string> edits;
-    // the original dataset without the edited attributes, written in a canonical form
-    std::string canonical;
+    std::string transferSyntax;             // UID of the transfer syntax the dataset is read in
+    std::map<DcmTagKey, std::string> edits; // attributes the edit sets, values in DCMTK's string form
+    std::string canonical;                  // the original without the edited attributes, canonically written
 };
 
 // The states of all objects of a study directory; every damaged object is in problems.
@@ -99,8 +125,7 @@ class Study
 public:
     // Adds an object file; edits are computed by setKqR.
     bool add(const std::string& name, const std::string& bytes);
-    // Computes every object's expected edit from the change item of the KqR file (an independent
-    // reading of the study, series and instance items).
+    // Every object's expected edit, read here from the KqR file's study, series and instance items.
     bool setKqR(const std::string& kqrPath);
     // Makes directory afresh (removing what was there) holding the original objects.
     bool reset(const std::string& directory) const;
@@ -121,12 +146,15 @@ private:
 
 struct StudyBuild
 {
-    int series = 4;              // generated series, one transfer syntax each
-    int instancesPerSeries = 8;  // generated objects per series
-    unsigned short rows = 128;   // of the generated images (16 bits, one sample)
-    bool varyRows = false;       // rows grow by 8 with every object: objects of many sizes
+    StudyBuild(int seriesCount = 4, int perSeries = 8, unsigned short imageRows = 128, bool growingRows = false)
+        : series(seriesCount), instancesPerSeries(perSeries), rows(imageRows), varyRows(growingRows)
+    {
+    }
+    int series;                  // generated series, one transfer syntax each
+    int instancesPerSeries;      // generated objects per series
+    unsigned short rows;         // of the generated images (16 bits, one sample)
+    bool varyRows;               // rows grow by 8 with every object: objects of many sizes
     std::vector<std::string> corpusFiles; // real objects added as they are
-    size_t commentLength = 0;    // > 0: a study-level Image Comments of that length (objects grow)
 };
 
 // Writes generated objects (of four transfer syntaxes) and corpus objects into directory and a
