@@ -209,7 +209,7 @@ bool KQItem::reserveOrLog(const char* message)
 {
     if (checkAndReservePrivateBlock())
         return true;
-    KQLog::message(message);
+    KQLog::message("%s", message);
     return false;
 }
 

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs, builds and runs the whole test suite; then again under ASan and UBSan.
+# Installs, builds and runs the whole test suite; then again under ASan and UBSan (clang), whose
+# build also carries the fuzz targets for a bounded fuzz run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
@@ -34,12 +35,15 @@ echo "== lintian"
 lintian --tag-display-limit 0 "$deb" | tee build/lintian.log
 if grep -q '^E: ' build/lintian.log; then echo "lintian found errors"; exit 1; fi
 
-echo "== build (AddressSanitizer + UndefinedBehaviorSanitizer)"
-kq_build build-asan -DKQ_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug
+# One clang build serves the sanitizer run of the tests and the fuzz targets: every library is
+# compiled once with AddressSanitizer, UndefinedBehaviorSanitizer and the fuzzers' coverage.
+echo "== build (clang: AddressSanitizer + UndefinedBehaviorSanitizer, and the fuzz targets)"
+kq_install_packages "${KQ_FUZZ_PACKAGES[@]}"
+CC=clang CXX=clang++ kq_build build-fuzz -DKQ_FUZZ=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo
 echo "== tests under sanitizers"
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-(cd build-asan && ctest --output-on-failure -j"$jobs")
+(cd build-fuzz && ctest --output-on-failure -j"$jobs")
 
 echo "== fuzzing (libFuzzer, bounded run of every target)"
-scripts/fuzz.sh "${KQ_FUZZ_SECONDS:-30}"
+KQ_FUZZ_BUILD=build-fuzz scripts/fuzz.sh "${KQ_FUZZ_SECONDS:-20}"

@@ -13,7 +13,7 @@ using namespace reliability;
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KQ_SANITIZED)
 // AddressSanitizer reserves terabytes of address space: its programs run without the limit
 const std::vector<std::string> memoryLimit;
 #else

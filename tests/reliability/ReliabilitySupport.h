@@ -17,7 +17,7 @@ using namespace fixtures;
 // Repetitions of a randomised trial: half of them under the (slower) sanitizers.
 inline int trials(int count)
 {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KQ_SANITIZED)
     return count / 2;
 #else
     return count;
