@@ -22,16 +22,6 @@ using namespace fixtures;
 
 namespace {
 
-RunResult applyChanges(const std::vector<std::string>& args)
-{
-    return runBuilt("applyChanges", args);
-}
-
-std::string failed(const std::string& path)
-{
-    return "Applying soft edit changes to object failed: " + path + "\n";
-}
-
 // A generated study (IM1, IM2, ...) in root/study and a KqR file beside it that renames the patient.
 struct Study
 {
@@ -213,7 +203,7 @@ TEST(ApplyChangesObject, FailuresLeaveTheObjectByteIdentical)
     r = applyChanges({"-p", s.kqr, "-o", s.file("IM1")});
     EXPECT_EQ(1, r.status);
     EXPECT_EQ("Error applying soft edit changes to " + s.file("IM1") + " [" + OFCondition(EC_CorruptedData).text() + "]\n" +
-                  failed(s.file("IM1")),
+                  failedLine(s.file("IM1")),
               r.err);
     EXPECT_TRUE(s.unchanged());
 }
@@ -340,7 +330,7 @@ TEST(ApplyChangesSafety, LinksInAStudyDirectory)
     r = applyChanges({"-p", h.kqr, "-o", h.file("IM1")});
     EXPECT_EQ(1, r.status);
     EXPECT_EQ("Refusing to edit " + h.file("IM1") +
-                  ": it has 2 hard links, and replacing it would split it from its other names\n" + failed(h.file("IM1")),
+                  ": it has 2 hard links, and replacing it would split it from its other names\n" + failedLine(h.file("IM1")),
               r.err);
     EXPECT_TRUE(h.unchanged());
 }
@@ -366,7 +356,7 @@ TEST(ApplyChangesSafety, ObjectsThatAreNoSoftEditTargets)
     {
         r = applyChanges({"-p", kqr, "-o", c.first});
         EXPECT_EQ(1, r.status);
-        EXPECT_EQ("Refusing to edit " + c.first + ": " + c.second + "\n" + failed(c.first), r.err);
+        EXPECT_EQ("Refusing to edit " + c.first + ": " + c.second + "\n" + failedLine(c.first), r.err);
         EXPECT_EQ(s.original[c.first.substr(s.dir.size() + 1)], readFile(c.first));
     }
 }
@@ -432,7 +422,7 @@ TEST(ApplyChangesSafety, ReadOnlyObjectsAndConcurrentRunsAreRefused)
     ASSERT_EQ(0, chmod(s.file("IM1").c_str(), 0444));
     RunResult r = applyChanges({"-p", s.kqr, "-o", s.file("IM1")});
     EXPECT_EQ(1, r.status);
-    EXPECT_EQ("Refusing to edit " + s.file("IM1") + ": it is read-only (no write permission)\n" + failed(s.file("IM1")),
+    EXPECT_EQ("Refusing to edit " + s.file("IM1") + ": it is read-only (no write permission)\n" + failedLine(s.file("IM1")),
               r.err);
     EXPECT_TRUE(s.unchanged());
     ASSERT_EQ(0, chmod(s.file("IM1").c_str(), 0644));
@@ -484,7 +474,7 @@ TEST(ApplyChangesSafety, ValuesAreConvertedToEachObjectsCharacterSet)
             EXPECT_EQ(c.name, attribute(object, DCM_PatientName));
         else
         {
-            EXPECT_EQ("Refusing to edit " + object + ": " + c.name + "\n" + failed(object), r.err);
+            EXPECT_EQ("Refusing to edit " + object + ": " + c.name + "\n" + failedLine(object), r.err);
             EXPECT_EQ(original, readFile(object));
         }
     }
@@ -574,7 +564,7 @@ TEST(ApplyChangesEditRules, ObjectReadOnlyByDroppingAnElementIsRefused)
     EXPECT_EQ(1, r.status);
     EXPECT_NE(std::string::npos, r.err.find("Refusing to edit " + s.file("IM1") +
                                             ": it holds element (0020,4000) twice, and only the first could be kept "
-                                            "(the edited copy would lose the second)\n" + failed(s.file("IM1"))))
+                                            "(the edited copy would lose the second)\n" + failedLine(s.file("IM1"))))
         << r.err;
     EXPECT_EQ(before, s.snapshot());
 }
@@ -657,7 +647,7 @@ TEST(PreviewChanges, ShowsWhatTheRunThenDoesAndWritesNothing)
         EXPECT_NE(std::string::npos, r.out.find(line)) << r.out;
     r = applyChanges({"-p", s.kqr, "-d", s.dir});
     EXPECT_EQ(1, r.status);
-    EXPECT_NE(std::string::npos, r.err.find(refusal + "\n" + failed(s.file("IM4")))) << r.err;
+    EXPECT_NE(std::string::npos, r.err.find(refusal + "\n" + failedLine(s.file("IM4")))) << r.err;
 
     r = runBuilt("previewChanges", {"-p", s.root.file("missing.kqr"), "-d", s.dir});
     EXPECT_EQ(2, r.status);

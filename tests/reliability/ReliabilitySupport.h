@@ -24,16 +24,6 @@ inline int trials(int count)
 #endif
 }
 
-inline Outcome applyChanges(const std::vector<std::string>& args, const LaunchOptions& options = LaunchOptions())
-{
-    return runBuilt("applyChanges", args, options);
-}
-
-inline std::string failedLine(const std::string& path)
-{
-    return "Applying soft edit changes to object failed: " + path + "\n";
-}
-
 // Name of the temporary file of object `name` written by process pid.
 inline std::string tempName(pid_t pid, const std::string& name)
 {
