@@ -45,7 +45,13 @@ DcmSequenceOfItems* collectItem(DcmItem& item, Uint16 nested, std::map<DcmTagKey
         if (nested != 0 && element->ident() == EVR_SQ && key.getGroup() == 0xF215 && (key.getElement() & 0xFF) == nested)
             sequence = static_cast<DcmSequenceOfItems*>(element);
         else if (!key.isPrivateReservation()) // the change set's own creators are not copied
+        {
             edits[key] = valueOf(element);
+            // a private element brings the creator of its block into an object without one
+            if (key.isPrivate() && key.getElement() >= 0x1000)
+                edits[DcmTagKey(key.getGroup(), key.getElement() >> 8)] =
+                    value(item, DcmTagKey(key.getGroup(), key.getElement() >> 8));
+        }
     }
     return sequence;
 }
