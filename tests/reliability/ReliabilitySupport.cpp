@@ -48,9 +48,9 @@ DcmSequenceOfItems* collectItem(DcmItem& item, Uint16 nested, std::map<DcmTagKey
         {
             edits[key] = valueOf(element);
             // a private element brings the creator of its block into an object without one
+            const DcmTagKey creator(key.getGroup(), key.getElement() >> 8);
             if (key.isPrivate() && key.getElement() >= 0x1000)
-                edits[DcmTagKey(key.getGroup(), key.getElement() >> 8)] =
-                    value(item, DcmTagKey(key.getGroup(), key.getElement() >> 8));
+                edits[creator] = value(item, creator);
         }
     }
     return sequence;
